@@ -1,0 +1,21 @@
+# The libraries that the project stands on; docs/architecture.md gives the reason for each.
+find_package(Threads REQUIRED)
+find_package(PkgConfig REQUIRED)
+find_package(OpenSSL 3 REQUIRED)
+find_package(fmt REQUIRED)
+find_package(spdlog REQUIRED)
+find_package(nlohmann_json REQUIRED)
+find_package(CLI11 REQUIRED)
+pkg_check_modules(SQLITE REQUIRED IMPORTED_TARGET sqlite3)
+pkg_check_modules(ICU REQUIRED IMPORTED_TARGET icu-uc icu-i18n)
+pkg_check_modules(PCRE2 REQUIRED IMPORTED_TARGET libpcre2-8)
+pkg_check_modules(SIGCPP REQUIRED IMPORTED_TARGET sigc++-3.0)
+pkg_check_modules(LIBSECRET REQUIRED IMPORTED_TARGET libsecret-1)
+if(VELMO_BENCH)
+    pkg_check_modules(GMIME REQUIRED IMPORTED_TARGET gmime-3.0)
+endif()
+
+# Asio is compiled once (base/AsioImplementation.cpp), not in each source that uses it.
+add_library(velmo_asio INTERFACE)
+target_compile_definitions(velmo_asio INTERFACE BOOST_ASIO_SEPARATE_COMPILATION BOOST_ASIO_NO_DEPRECATED)
+target_link_libraries(velmo_asio INTERFACE Threads::Threads OpenSSL::SSL OpenSSL::Crypto)

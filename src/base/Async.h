@@ -1,0 +1,92 @@
+#pragma once
+
+#include "base/Date.h"
+
+#include <boost/asio/any_io_executor.hpp>
+#include <boost/asio/awaitable.hpp>
+#include <exception>
+#include <expected>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <type_traits>
+#include <utility>
+#include <variant>
+
+namespace velmo {
+
+/// A coroutine: lazy, started by `co_await`, run on the executor of its awaiter.
+template <class T = void>
+using Async = boost::asio::awaitable<T>;
+
+using Executor = boost::asio::any_io_executor;
+
+/// The executors of a program. `main` is where observed state lives; `io` belongs to sockets and timers; CPU work
+/// (parsing, page building) and blocking calls of libraries run on `background`.
+struct Executors {
+    Executor main;
+    Executor io;
+    Executor background;
+};
+
+namespace detail {
+
+using Body = std::move_only_function<Async<void>()>;
+Async<void> runOn(Executor target, Body body);
+template <class F>
+using ResultOf = typename std::invoke_result_t<F&>::value_type;
+
+}
+
+/// Runs `operation` (a callable that gives an `Async<T>`) on `target`, and gives its result on the caller's executor.
+/// When the caller runs on `target` already there is no hop. Cancelling the caller cancels the operation, and its end
+/// is waited for; so what the operation refers to stays alive.
+template <class F>
+Async<detail::ResultOf<F>> runOn(Executor target, F operation) {
+    using T = detail::ResultOf<F>;
+    if constexpr (std::is_void_v<T>) {
+        co_await detail::runOn(std::move(target), [&operation]() -> Async<void> { co_await operation(); });
+    } else {
+        std::optional<T> result;
+        co_await detail::runOn(std::move(target),
+                               [&operation, &result]() -> Async<void> { result.emplace(co_await operation()); });
+        co_return std::move(*result);
+    }
+}
+
+/// Calls a plain function on `target`; for CPU work and blocking calls: `co_await callOn(background, [&] {…})`.
+template <class F>
+Async<std::invoke_result_t<F&>> callOn(Executor target, F function) {
+    using T = std::invoke_result_t<F&>;
+    if constexpr (std::is_void_v<T>) {
+        co_await detail::runOn(std::move(target), [&function]() -> Async<void> {
+            function();
+            co_return;
+        });
+    } else {
+        std::optional<T> result;
+        co_await detail::runOn(std::move(target), [&function, &result]() -> Async<void> {
+            result.emplace(function());
+            co_return;
+        });
+        co_return std::move(*result);
+    }
+}
+
+/// True when the running coroutine has been asked to end.
+Async<bool> isCancelled();
+
+/// Lets the running coroutine finish what must not be cut off: a cancellation that has arrived no longer stops its
+/// waits, later ones neither.
+Async<void> ignoreCancellation();
+
+/// Makes later waits cancellable again, after `ignoreCancellation` or after a cancellation that was dealt with.
+Async<void> allowCancellation();
+
+/// Ends the coroutine with `Cancelled` when it has been asked to end. A loop calls it after each wait.
+Async<void> checkCancellation();
+
+/// An executor that runs one thing at a time, over the threads of `underlying`.
+Executor makeStrand(const Executor& underlying);
+
+}

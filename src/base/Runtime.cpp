@@ -1,0 +1,83 @@
+#include "base/Runtime.h"
+
+#include <atomic>
+#include <boost/asio/bind_cancellation_slot.hpp>
+#include <boost/asio/cancellation_signal.hpp>
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/signal_set.hpp>
+#include <boost/asio/thread_pool.hpp>
+#include <csignal>
+#include <thread>
+#include <vector>
+
+namespace velmo {
+
+namespace asio = boost::asio;
+
+struct Runtime::State {
+    asio::io_context main;
+    asio::io_context io;
+    asio::thread_pool background{2};
+    asio::executor_work_guard<asio::io_context::executor_type> ioWork{io.get_executor()};
+    asio::cancellation_signal signal;
+    asio::signal_set signals{io};
+    std::atomic<bool> interrupted = false;
+    std::vector<std::jthread> threads;
+    Executors executors;
+};
+
+Runtime::Runtime()
+    : state_(std::make_unique<State>()) {
+    // A peer that closes its end must not end the process.
+    std::signal(SIGPIPE, SIG_IGN);
+    state_->executors = {state_->main.get_executor(), state_->io.get_executor(), state_->background.get_executor()};
+    for (int i = 0; i < 2; ++i) state_->threads.emplace_back([this] { state_->io.run(); });
+}
+
+Runtime::~Runtime() {
+    state_->io.stop();
+    state_->background.stop();
+    state_->threads.clear();
+    state_->background.join();
+}
+
+const Executors& Runtime::executors() const {
+    return state_->executors;
+}
+
+void Runtime::cancel() {
+    asio::post(state_->main, [this] { state_->signal.emit(asio::cancellation_type::terminal); });
+}
+
+void Runtime::cancelOnSignals() {
+    state_->signals.add(SIGINT);
+    state_->signals.add(SIGTERM);
+    state_->signals.async_wait([this](const boost::system::error_code& error, int) {
+        if (error) return;
+        state_->interrupted = true;
+        cancel();
+    });
+}
+
+bool Runtime::wasInterrupted() const {
+    return state_->interrupted;
+}
+
+void Runtime::runBody(detail::Body body) {
+    std::exception_ptr failure;
+    bool ended = false;
+    asio::co_spawn(state_->main, std::move(body),
+                   asio::bind_cancellation_slot(state_->signal.slot(), [&](std::exception_ptr error) {
+                       failure = error;
+                       ended = true;
+                   }));
+    const auto work = asio::make_work_guard(state_->main);
+    state_->main.restart();
+    while (!ended) state_->main.run_one();
+    if (failure) std::rethrow_exception(failure);
+}
+
+}

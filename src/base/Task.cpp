@@ -1,0 +1,78 @@
+#include "base/Task.h"
+
+#include "base/UserError.h"
+
+#include <atomic>
+#include <boost/asio/as_tuple.hpp>
+#include <boost/asio/bind_cancellation_slot.hpp>
+#include <boost/asio/cancellation_signal.hpp>
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/strand.hpp>
+#include <boost/asio/use_awaitable.hpp>
+
+namespace velmo {
+
+namespace asio = boost::asio;
+
+/// The body runs on a strand of its own, so that its cancellation signal has one thread at a time. The timer never
+/// goes off; its cancellation wakes those who wait for the end.
+struct Task::State {
+    explicit State(const Executor& executor)
+        : strand(asio::make_strand(executor))
+        , ended(strand, asio::steady_timer::time_point::max()) {}
+
+    asio::strand<Executor> strand;
+    asio::cancellation_signal signal;
+    asio::steady_timer ended;
+    std::exception_ptr failure;
+    std::atomic<bool> isFinished = false;
+};
+
+Task::Task(const Executor& executor, std::move_only_function<Async<void>()> body)
+    : state_(std::make_shared<State>(executor)) {
+    asio::post(state_->strand, [state = state_, body = std::move(body)]() mutable {
+        asio::co_spawn(state->strand, std::move(body),
+                       asio::bind_cancellation_slot(state->signal.slot(), [state](std::exception_ptr error) {
+                           if (!isCancellation(error)) state->failure = error;
+                           state->isFinished = true;
+                           state->ended.expires_at(asio::steady_timer::time_point::min());
+                       }));
+    });
+}
+
+Task& Task::operator=(Task&& other) noexcept {
+    if (this != &other) {
+        cancel();
+        state_ = std::move(other.state_);
+    }
+    return *this;
+}
+
+Task::~Task() {
+    cancel();
+}
+
+void Task::cancel() {
+    if (!state_ || state_->isFinished) return;
+    asio::post(state_->strand, [state = state_] {
+        if (!state->isFinished) state->signal.emit(asio::cancellation_type::terminal);
+    });
+}
+
+bool Task::isFinished() const {
+    return !state_ || state_->isFinished;
+}
+
+Async<void> Task::finished() {
+    auto state = state_;
+    if (!state) co_return;
+    co_await runOn(Executor(state->strand), [state]() -> Async<void> {
+        if (!state->isFinished) co_await state->ended.async_wait(asio::as_tuple(asio::use_awaitable));
+        co_await checkCancellation();
+        if (state->failure) std::rethrow_exception(state->failure);
+    });
+}
+
+}
