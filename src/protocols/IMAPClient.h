@@ -1,0 +1,193 @@
+#pragma once
+
+#include "base/Async.h"
+#include "base/Bytes.h"
+#include "base/Clock.h"
+#include "protocols/IMAPError.h"
+#include "protocols/IMAPFetchResult.h"
+#include "protocols/IMAPMailbox.h"
+#include "protocols/IMAPResponse.h"
+#include "protocols/IMAPSelectedState.h"
+#include "protocols/MailConnection.h"
+#include "protocols/MailCredential.h"
+#include "protocols/ServerConfig.h"
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <set>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace velmo {
+
+/// One session with one IMAP server (RFC 3501).
+///
+/// A serial object: its operations run on the executor given, which is serial, and may be called from any; they
+/// interleave at each wait. So a caller that needs more than one command in a row, or shares the session, wraps its
+/// calls in `locked`. Its plain getters are for callers on that executor.
+///
+/// Operations fail with IMAPError: `connection` closes the session, `commandFailed` and an unreadable response leave
+/// it open, and a closed session answers `disconnected` until `connect` makes a new one. Cancelling a command closes
+/// the session, since its answer would meet the next command; cancelling a wait in `idle` does not. An argument that
+/// would break the line of its command (CR, LF or NUL) is refused with `unexpected` before anything is sent.
+///
+/// An operation with a path selects that mailbox first, unless it is selected.
+class IMAPClient {
+  public:
+    enum class Access { readWrite, readOnly };
+    enum class FlagChange { add, remove };
+    /// Whether the arguments of a command may stand in an error.
+    enum class Sensitivity { open, secret };
+
+    /// Gives the bytes that answer a continuation request, from its text.
+    using ContinuationHandler = std::function<Bytes(const std::string& text)>;
+
+    struct MailboxStatus {
+        std::int64_t messages = 0;
+        std::int64_t unseen = 0;
+        std::uint32_t uidNext = 0;
+    };
+
+    /// `clock` outlives the client.
+    IMAPClient(Executor executor, Clock& clock, ServerConfig server, MailCredential credential);
+    ~IMAPClient();
+    IMAPClient(const IMAPClient&) = delete;
+    IMAPClient& operator=(const IMAPClient&) = delete;
+
+    /// Opens the session and signs in; does nothing when it is open. A failure leaves it closed.
+    Async<void> connect();
+
+    /// Cuts the connection and forgets what was selected. What the server can do is remembered.
+    Async<void> close();
+
+    bool isConnected() const { return connection_ != nullptr; }
+    /// Upper-cased.
+    const std::set<std::string>& capabilities() const { return capabilities_; }
+    bool has(std::string_view capability) const { return capabilities_.contains(std::string(capability)); }
+    const std::optional<std::string>& selectedPath() const { return selectedPath_; }
+    const std::optional<IMAPSelectedState>& selectedState() const { return selectedState_; }
+
+    /// Asks the server what it can do (§6.1.1).
+    Async<void> capability();
+
+    /// Signs in: XOAUTH2, AUTHENTICATE PLAIN (RFC 4616, RFC 4959) or LOGIN.
+    Async<void> authenticate();
+
+    /// All mailboxes, with their special uses where the server tells them (RFC 6154).
+    Async<std::vector<IMAPMailbox>> listMailboxes();
+
+    /// Selects always, whatever is selected; with CONDSTORE (RFC 7162) where the server has it.
+    Async<IMAPSelectedState> select(std::string path, Access access = Access::readWrite);
+
+    /// Counts of a mailbox, without selecting it (§6.3.10).
+    Async<MailboxStatus> status(std::string path);
+
+    /// UIDs in the server's order. `criteria` are IMAP search keys (§6.4.4), in UTF-8.
+    Async<std::vector<std::uint32_t>> search(std::string path, std::string criteria);
+
+    /// Messages by UID; `set` as `uidSet` makes it, `items` without the outer parentheses. `changedSince` counts only
+    /// where the server has CONDSTORE. The result holds what the server chose to send, in its order.
+    Async<std::vector<IMAPFetchResult>> uidFetch(std::string path, std::string set, std::string items,
+                                                 std::optional<std::uint64_t> changedSince = {});
+
+    /// Messages by sequence number.
+    Async<std::vector<IMAPFetchResult>> fetch(std::string path, std::string set, std::string items);
+
+    Async<void> store(std::string path, std::string set, FlagChange change, std::vector<std::string> flags);
+
+    /// Flags as deleted and expunges; only these messages where the server has UIDPLUS (RFC 4315), otherwise every
+    /// message of the mailbox that is flagged so.
+    Async<void> deleteMessages(std::string path, std::string set);
+
+    /// Moves (RFC 6851), or copies and deletes where the server can't.
+    Async<void> moveMessages(std::string path, std::string set, std::string destination);
+
+    /// A mailbox that exists already is a success.
+    Async<void> createMailbox(std::string path);
+
+    /// Appends a message with CR LF line ends; gives its UID where the server tells it (RFC 4315).
+    Async<std::optional<std::uint32_t>> append(std::string path, std::optional<std::vector<std::string>> flags,
+                                               Bytes message);
+
+    /// Waits until the server reports a change in the mailbox (RFC 2177) or `timeout` is all but over; true when
+    /// something changed. Fails with `disconnected` when the server has no IDLE. When cancelled, it leaves IDLE in
+    /// good order and ends with `Cancelled`.
+    Async<bool> idle(std::string path, Duration timeout);
+
+    /// Runs one command to its tagged end, and gives all responses up to and with it.
+    Async<std::vector<IMAPResponse>> execute(std::string command, Sensitivity sensitivity = Sensitivity::open,
+                                             ContinuationHandler onContinuation = {});
+
+    /// Runs `section` (a callable that gives an `Async<T>`) with no other locked section beside it. Those who wait
+    /// are let in in the order of their arrival.
+    template <class F>
+    Async<detail::ResultOf<F>> locked(F section) {
+        return runOn(executor_, [this, section = std::move(section)]() mutable -> Async<detail::ResultOf<F>> {
+            co_await acquire();
+            const Unlock unlock{*this};
+            co_return co_await section();
+        });
+    }
+
+  private:
+    struct Waiter;
+    struct Unlock {
+        IMAPClient& client;
+        ~Unlock() { client.release(); }
+    };
+
+    Async<void> acquire();
+    void release();
+    void wakeNext();
+
+    Async<void> openSession();
+    Async<void> greet();
+    Async<void> signIn();
+    Async<std::vector<IMAPResponse>> converse(std::string command, Sensitivity sensitivity,
+                                              const ContinuationHandler& onContinuation);
+    Async<std::vector<IMAPResponse>> exchange(const std::shared_ptr<MailConnection>& connection, std::string command,
+                                              Sensitivity sensitivity, const ContinuationHandler& onContinuation);
+    Async<IMAPResponse> readResponse(MailConnection& connection, Duration timeout);
+    Async<std::string> startIdle(MailConnection& connection);
+    Async<bool> awaitChange(MailConnection& connection, Instant deadline);
+    Async<void> endIdle(MailConnection& connection, const std::string& tag);
+    Async<void> ensureSelected(const std::string& path);
+    Async<std::vector<IMAPFetchResult>> fetchWith(std::string path, std::string command);
+    void closeNow();
+    void closeIfStill(const std::shared_ptr<MailConnection>& connection);
+    void setCapabilities(std::string_view words);
+    std::string nextTag();
+    std::string withoutSecrets(std::string text) const;
+
+    /// A response of which a part has arrived. A read that ends early leaves it for the next one.
+    struct Partial {
+        Bytes bytes;
+        std::size_t literalBytesMissing = 0;
+    };
+
+    Executor executor_;
+    Clock& clock_;
+    ServerConfig server_;
+    MailCredential credential_;
+    std::shared_ptr<MailConnection> connection_;
+    Partial partial_;
+    std::uint64_t tagNumber_ = 0;
+    std::set<std::string> capabilities_;
+    std::optional<std::string> selectedPath_;
+    std::optional<IMAPSelectedState> selectedState_;
+    bool isBusy_ = false;
+    std::deque<std::shared_ptr<Waiter>> waiters_;
+};
+
+/// The text in double quotes, with backslash and double quote escaped (RFC 3501 §4.3).
+std::string imapQuoted(std::string_view text);
+
+/// The compact set of message numbers: "1:3,7" (RFC 3501 §9, sequence-set); "" for none.
+std::string uidSet(std::span<const std::uint32_t> uids);
+
+}

@@ -1,0 +1,37 @@
+#include "protocols/IMAPError.h"
+
+#include "base/Localisation.h"
+
+#include <utility>
+
+namespace velmo {
+
+IMAPError::IMAPError(Kind kind, std::string sentence, std::string text, std::string command)
+    : UserError(std::move(sentence)), kind_(kind), text_(std::move(text)), command_(std::move(command)) {}
+
+IMAPError IMAPError::connection(const MailConnectionError& error) {
+    IMAPError result(Kind::connection, error.sentence(), {});
+    result.connectionError_ = error;
+    return result;
+}
+
+IMAPError IMAPError::authenticationFailed(std::string text) {
+    std::string sentence = tr("The mail server didn't accept your sign-in. {}", text);
+    return {Kind::authenticationFailed, std::move(sentence), std::move(text)};
+}
+
+IMAPError IMAPError::commandFailed(std::string command, std::string response) {
+    std::string sentence = tr("The mail server refused {}: {}", command, response);
+    return {Kind::commandFailed, std::move(sentence), std::move(response), std::move(command)};
+}
+
+IMAPError IMAPError::unexpected(std::string text) {
+    std::string sentence = tr("The mail server sent something unexpected: {}", text);
+    return {Kind::unexpected, std::move(sentence), std::move(text)};
+}
+
+IMAPError IMAPError::disconnected() {
+    return {Kind::disconnected, tr("Not connected to the mail server."), {}};
+}
+
+}

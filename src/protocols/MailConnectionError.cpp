@@ -1,0 +1,22 @@
+#include "protocols/MailConnectionError.h"
+
+#include "base/Localisation.h"
+
+#include <utility>
+
+namespace velmo {
+
+MailConnectionError::MailConnectionError(Kind kind, std::string host, std::string sentence)
+    : UserError(std::move(sentence)), kind_(kind), host_(std::move(host)) {}
+
+MailConnectionError MailConnectionError::cannotConnect(std::string host) {
+    std::string sentence = tr("Couldn't connect to {}. Check the server and your connection.", host);
+    return {Kind::cannotConnect, std::move(host), std::move(sentence)};
+}
+
+MailConnectionError MailConnectionError::closed(std::string host) {
+    std::string sentence = tr("{} closed the connection.", host);
+    return {Kind::closed, std::move(host), std::move(sentence)};
+}
+
+}
