@@ -1,0 +1,48 @@
+#pragma once
+
+#include "platform/SQLite.h"
+#include "records/LabelTable.h"
+#include "records/MailboxTable.h"
+#include "records/MessageTable.h"
+#include "records/ModelChanges.h"
+#include "records/ModelContainer.h"
+
+#include <memory>
+#include <utility>
+
+namespace velmo {
+
+/// One view of the mail store: typed queries over one connection, used from one executor at a time.
+///
+/// Records are values; what is written is written at once, in the transaction that is open or in one of its own. A
+/// field is written only when it differs. Every operation throws sqlite::SQLiteError when the database refuses.
+class ModelContext {
+  public:
+    ModelContext(std::shared_ptr<ModelContainer> container, const sqlite::DatabaseOptions& options);
+    ~ModelContext();
+    ModelContext(const ModelContext&) = delete;
+    ModelContext& operator=(const ModelContext&) = delete;
+
+    /// Runs `work` as one commit: all of it is stored or, when it throws, nothing. A transaction inside another is part
+    /// of the outer one. Observers hear of it after the outermost commit.
+    template <class Work>
+    std::invoke_result_t<Work&> transaction(Work work) {
+        return connection_.write(std::move(work));
+    }
+
+    /// Removes all records of an account.
+    void deleteAccount(const UUID& accountID);
+
+    const std::shared_ptr<ModelContainer>& container() const { return container_; }
+
+  private:
+    std::shared_ptr<ModelContainer> container_;
+    StoreConnection connection_;
+
+  public:
+    MailboxTable mailboxes;
+    MessageTable messages;
+    LabelTable labels;
+};
+
+}

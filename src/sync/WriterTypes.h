@@ -1,0 +1,43 @@
+#pragma once
+
+#include "protocols/MailboxRole.h"
+#include "sync/MailboxDelta.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace velmo {
+
+/// What a sync loop needs to know of a mailbox.
+struct MailboxEntry {
+    std::string path;
+    MailboxRole role = MailboxRole::other;
+    bool isSelectable = true;
+
+    friend bool operator==(const MailboxEntry&, const MailboxEntry&) = default;
+};
+
+/// What is held of a mailbox.
+struct SyncState {
+    std::int64_t uidValidity = 0;   ///< 0: never synced
+    std::int64_t uidNext = 0;       ///< 0: unknown
+    std::int64_t highestModSeq = 0; ///< 0: unknown
+    std::int64_t oldestSyncedUID = 0;
+    std::vector<std::uint32_t> knownUIDs; ///< ascending
+
+    friend bool operator==(const SyncState&, const SyncState&) = default;
+};
+
+/// Whether new mail gets the label of its category.
+enum class LabelNewMail { no, yes };
+
+/// What a delta brought.
+struct AppliedDelta {
+    /// True when a person should be told of the new mail: it came into an inbox that had been filled before.
+    bool countsAsNews = false;
+    /// The messages that were not held before and are unseen, newest first.
+    std::vector<SyncedMessage> unseen;
+};
+
+}
