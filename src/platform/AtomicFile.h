@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/Bytes.h"
+#include "platform/FileDescriptor.h"
 
 #include <filesystem>
 #include <optional>
@@ -17,5 +18,8 @@ void replaceFile(const std::filesystem::path& file, BytesView bytes, mode_t mode
 
 /// The contents; absent when there is no such file. Throws FileError.
 std::optional<Bytes> readFile(const std::filesystem::path& file);
+
+/// The rest of an open file, whose name goes into the FileError.
+Bytes readWhole(const FileDescriptor& descriptor, const std::filesystem::path& file);
 
 }
