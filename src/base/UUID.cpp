@@ -2,6 +2,7 @@
 
 #include "base/Text.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <sys/random.h>
 
@@ -39,6 +40,13 @@ std::optional<UUID> UUID::parse(std::string_view text) {
         octet = static_cast<std::uint8_t>(octet << 4 | value);
         ++nibble;
     }
+    return id;
+}
+
+std::optional<UUID> UUID::fromOctets(std::string_view octets) {
+    UUID id;
+    if (octets.size() != id.octets_.size()) return std::nullopt;
+    std::ranges::copy(octets, id.octets_.begin());
     return id;
 }
 

@@ -23,6 +23,9 @@ class UUID {
     /// Reads the 36-character text form in either case; absent for anything else.
     static std::optional<UUID> parse(std::string_view text);
 
+    /// The UUID of these 16 octets; absent for any other number of octets.
+    static std::optional<UUID> fromOctets(std::string_view octets);
+
     /// "E621E1F8-C36C-495A-93FC-0C247A3E6E5F"
     std::string text() const;
 
