@@ -18,25 +18,33 @@ namespace asio = boost::asio;
 
 namespace {
 
+/// The executor itself when it runs one thing at a time, otherwise a strand over it: a coroutine and the signal that
+/// cancels it must never meet on two threads.
+Executor serialised(Executor executor) {
+    if (executor.target<asio::strand<Executor>>() != nullptr) return executor;
+    return makeStrand(executor);
+}
+
 /// Starts `body` on `target`, and calls `handler` on its own executor when the body has ended.
 ///
 /// The signal belongs to this one crossing, and the caller's cancellation is posted to the target. To hand the
 /// caller's slot to the target directly is a use-after-free when the two threads meet.
-struct Crossing {
-    Executor target;
-    detail::Body body;
+class Crossing {
+  public:
+    Crossing(Executor to, detail::Body what) : target_(serialised(std::move(to))), body_(std::move(what)) {}
 
     template <class Handler>
     void operator()(Handler&& handler) {
         auto signal = std::make_shared<asio::cancellation_signal>();
         auto callerSlot = asio::get_associated_cancellation_slot(handler);
         if (callerSlot.is_connected()) {
-            callerSlot.assign([signal, executor = target](asio::cancellation_type type) {
+            callerSlot.assign([signal, executor = target_](asio::cancellation_type type) {
                 asio::post(executor, [signal, type] { signal->emit(type); });
             });
         }
-        auto callerExecutor = asio::get_associated_executor(handler, target);
-        asio::co_spawn(target, std::move(body),
+        auto callerExecutor = asio::get_associated_executor(handler, target_);
+        auto guard = [body = std::move(body_)]() mutable { return detail::guarded(std::move(body)); };
+        asio::co_spawn(target_, std::move(guard),
                        asio::bind_cancellation_slot(signal->slot(), [signal, callerExecutor,
                                                                      handler = std::forward<Handler>(handler)](
                                                                         std::exception_ptr error) mutable {
@@ -44,11 +52,26 @@ struct Crossing {
                                       [handler = std::move(handler), error]() mutable { std::move(handler)(error); });
                        }));
     }
+
+  private:
+    Executor target_;
+    detail::Body body_;
 };
 
 }
 
 namespace detail {
+
+Async<void> guarded(Body body) {
+    std::exception_ptr failure;
+    try {
+        co_await body();
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    co_await asio::this_coro::throw_if_cancelled(false);
+    if (failure) std::rethrow_exception(failure);
+}
 
 Async<void> runOn(Executor target, Body body) {
     const Executor here = co_await asio::this_coro::executor;
@@ -56,28 +79,16 @@ Async<void> runOn(Executor target, Body body) {
         co_await body();
         co_return;
     }
+    Crossing crossing(std::move(target), std::move(body));
     auto token = asio::use_awaitable;
-    co_await asio::async_initiate<const asio::use_awaitable_t<>&, void(std::exception_ptr)>(
-        Crossing{std::move(target), std::move(body)}, token);
+    co_await asio::async_initiate<const asio::use_awaitable_t<>&, void(std::exception_ptr)>(std::move(crossing), token);
 }
 
-}
-
-Async<bool> isCancelled() {
-    const auto state = co_await asio::this_coro::cancellation_state;
-    co_return state.cancelled() != asio::cancellation_type::none;
-}
-
-Async<void> ignoreCancellation() {
-    co_await asio::this_coro::reset_cancellation_state(asio::disable_cancellation());
-}
-
-Async<void> allowCancellation() {
-    co_await asio::this_coro::reset_cancellation_state(asio::enable_terminal_cancellation());
 }
 
 Async<void> checkCancellation() {
-    if (co_await isCancelled()) throw Cancelled();
+    const auto state = co_await cancellationState;
+    if (isCancelled(state)) throw Cancelled();
 }
 
 Executor makeStrand(const Executor& underlying) {

@@ -4,6 +4,8 @@
 
 #include <boost/asio/any_io_executor.hpp>
 #include <boost/asio/awaitable.hpp>
+#include <boost/asio/cancellation_state.hpp>
+#include <boost/asio/this_coro.hpp>
 #include <exception>
 #include <expected>
 #include <functional>
@@ -33,6 +35,9 @@ namespace detail {
 
 using Body = std::move_only_function<Async<void>()>;
 Async<void> runOn(Executor target, Body body);
+/// Runs `body` as the outermost coroutine of a spawn. The library waits once more behind it, and would end the
+/// process if a cancellation found it there; so by then cancellation throws no more.
+Async<void> guarded(Body body);
 template <class F>
 using ResultOf = typename std::invoke_result_t<F&>::value_type;
 
@@ -73,17 +78,27 @@ Async<std::invoke_result_t<F&>> callOn(Executor target, F function) {
     }
 }
 
-/// True when the running coroutine has been asked to end.
-Async<bool> isCancelled();
+/// `const auto state = co_await cancellationState;` and then `isCancelled(state)` tell whether the running coroutine
+/// has been asked to end (in one expression g++ 12 miscompiles it). After that every further `co_await` throws an abort
+/// (see `isCancellation`), but for those of the four words here.
+inline constexpr auto cancellationState = boost::asio::this_coro::cancellation_state;
+inline bool isCancelled(const boost::asio::cancellation_state& state) {
+    return state.cancelled() != boost::asio::cancellation_type::none;
+}
 
-/// Lets the running coroutine finish what must not be cut off: a cancellation that has arrived no longer stops its
-/// waits, later ones neither.
-Async<void> ignoreCancellation();
+/// `co_await ignoreCancellation()` lets the running coroutine finish what must not be cut off: a cancellation that has
+/// arrived no longer stops its waits, later ones neither.
+inline auto ignoreCancellation() {
+    return boost::asio::this_coro::reset_cancellation_state(boost::asio::disable_cancellation());
+}
 
-/// Makes later waits cancellable again, after `ignoreCancellation` or after a cancellation that was dealt with.
-Async<void> allowCancellation();
+/// `co_await allowCancellation()` makes later waits cancellable again, after `ignoreCancellation` or after a
+/// cancellation that was dealt with.
+inline auto allowCancellation() {
+    return boost::asio::this_coro::reset_cancellation_state(boost::asio::enable_terminal_cancellation());
+}
 
-/// Ends the coroutine with `Cancelled` when it has been asked to end. A loop calls it after each wait.
+/// Ends the coroutine when it has been asked to end. A loop calls it after each wait.
 Async<void> checkCancellation();
 
 /// An executor that runs one thing at a time, over the threads of `underlying`.

@@ -41,8 +41,7 @@ struct ManualClock::State {
     }
 };
 
-ManualClock::ManualClock(Date start)
-    : state_(std::make_shared<State>()) {
+ManualClock::ManualClock(Date start) : state_(std::make_shared<State>()) {
     state_->start = start;
 }
 ManualClock::~ManualClock() = default;

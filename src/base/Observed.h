@@ -14,8 +14,7 @@ template <std::equality_comparable T>
 class Observed {
   public:
     Observed() = default;
-    explicit Observed(T value)
-        : value_(std::move(value)) {}
+    explicit Observed(T value) : value_(std::move(value)) {}
 
     const T& get() const { return value_; }
     const T& operator*() const { return value_; }

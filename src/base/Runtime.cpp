@@ -29,8 +29,7 @@ struct Runtime::State {
     Executors executors;
 };
 
-Runtime::Runtime()
-    : state_(std::make_unique<State>()) {
+Runtime::Runtime() : state_(std::make_unique<State>()) {
     // A peer that closes its end must not end the process.
     std::signal(SIGPIPE, SIG_IGN);
     state_->executors = {state_->main.get_executor(), state_->io.get_executor(), state_->background.get_executor()};
@@ -69,7 +68,8 @@ bool Runtime::wasInterrupted() const {
 void Runtime::runBody(detail::Body body) {
     std::exception_ptr failure;
     bool ended = false;
-    asio::co_spawn(state_->main, std::move(body),
+    auto guard = [&body] { return detail::guarded(std::move(body)); };
+    asio::co_spawn(state_->main, std::move(guard),
                    asio::bind_cancellation_slot(state_->signal.slot(), [&](std::exception_ptr error) {
                        failure = error;
                        ended = true;

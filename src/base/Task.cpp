@@ -20,8 +20,7 @@ namespace asio = boost::asio;
 /// goes off; its cancellation wakes those who wait for the end.
 struct Task::State {
     explicit State(const Executor& executor)
-        : strand(asio::make_strand(executor))
-        , ended(strand, asio::steady_timer::time_point::max()) {}
+        : strand(asio::make_strand(executor)), ended(strand, asio::steady_timer::time_point::max()) {}
 
     asio::strand<Executor> strand;
     asio::cancellation_signal signal;
@@ -33,7 +32,8 @@ struct Task::State {
 Task::Task(const Executor& executor, std::move_only_function<Async<void>()> body)
     : state_(std::make_shared<State>(executor)) {
     asio::post(state_->strand, [state = state_, body = std::move(body)]() mutable {
-        asio::co_spawn(state->strand, std::move(body),
+        auto guard = [body = std::move(body)]() mutable { return detail::guarded(std::move(body)); };
+        asio::co_spawn(state->strand, std::move(guard),
                        asio::bind_cancellation_slot(state->signal.slot(), [state](std::exception_ptr error) {
                            if (!isCancellation(error)) state->failure = error;
                            state->isFinished = true;
@@ -68,7 +68,8 @@ bool Task::isFinished() const {
 Async<void> Task::finished() {
     auto state = state_;
     if (!state) co_return;
-    co_await runOn(Executor(state->strand), [state]() -> Async<void> {
+    const Executor strand = state->strand;
+    co_await runOn(strand, [&state]() -> Async<void> {
         if (!state->isFinished) co_await state->ended.async_wait(asio::as_tuple(asio::use_awaitable));
         co_await checkCancellation();
         if (state->failure) std::rethrow_exception(state->failure);

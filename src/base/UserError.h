@@ -9,8 +9,7 @@ namespace velmo {
 /// The root of every error that may reach the person: `what()` is a whole sentence in their language.
 class UserError : public std::exception {
   public:
-    explicit UserError(std::string sentence)
-        : sentence_(std::move(sentence)) {}
+    explicit UserError(std::string sentence) : sentence_(std::move(sentence)) {}
     const char* what() const noexcept override { return sentence_.c_str(); }
     const std::string& sentence() const { return sentence_; }
 
