@@ -11,7 +11,7 @@ namespace velmo { namespace {
 
 using Case = RegularExpression::Case;
 
-TEST(RegularExpressionTests, MatchesUnicodeTextWithAndWithoutCase) {
+TEST(RegularExpressionTest, MatchesUnicodeTextWithAndWithoutCase) {
     struct {
         const char* pattern;
         Case letterCase;
@@ -32,7 +32,7 @@ TEST(RegularExpressionTests, MatchesUnicodeTextWithAndWithoutCase) {
     EXPECT_THROW(RegularExpression("(unclosed"), std::invalid_argument);
 }
 
-TEST(RegularExpressionTests, FindsGroupsAndReplaces) {
+TEST(RegularExpressionTest, FindsGroupsAndReplaces) {
     const RegularExpression pair("(\\w+)=(?:(\\d+)|(\\w+))");
     const auto match = pair.find("ä; key=word", 0);
     ASSERT_TRUE(match);
@@ -47,13 +47,13 @@ TEST(RegularExpressionTests, FindsGroupsAndReplaces) {
     EXPECT_EQ(RegularExpression("x*").replacedAll("", "-"), "-");
 }
 
-TEST(RegularExpressionTests, GivesUpOnCatastrophicBacktracking) {
+TEST(RegularExpressionTest, GivesUpOnCatastrophicBacktracking) {
     const std::string hostile(50'000, 'a');
     EXPECT_FALSE(RegularExpression("(a+)+b$").matches(hostile));
     EXPECT_FALSE(RegularExpression("^(([a-z])+.)+[A-Z]([a-z])+$").matches(hostile));
 }
 
-TEST(RegularExpressionTests, OnePatternServesManyThreads) {
+TEST(RegularExpressionTest, OnePatternServesManyThreads) {
     const RegularExpression pattern("(\\d+)-(\\d+)");
     std::atomic<int> right = 0;
     std::vector<std::thread> threads;
