@@ -51,7 +51,4 @@ struct MailboxRecord {
 /// The path under which a mailbox is kept: INBOX is one mailbox in any case (RFC 3501 §5.1), all others are as sent.
 std::string canonicalMailboxPath(std::string path);
 
-/// "Inbox" in the person's language for the inbox, otherwise the last component of the path.
-std::string mailboxDisplayName(const IMAPMailbox& mailbox);
-
 }

@@ -25,7 +25,7 @@ struct MessagePlace {
 
 /// Which rows a list shows.
 struct MessageListQuery {
-    enum class Show { all, unread };
+    enum class Show { all, unread, withoutBody };
 
     MessageListQuery() = default;
     explicit MessageListQuery(std::vector<MailboxKey> keys, std::size_t rows = 50)
@@ -33,6 +33,7 @@ struct MessageListQuery {
 
     std::vector<MailboxKey> mailboxes;
     Show show = Show::all;
+    std::optional<Date> since;         ///< nothing older than this
     std::optional<MessagePlace> after; ///< the last row of the page before; absent for the first page
     std::size_t limit = 50;
 };
@@ -82,11 +83,8 @@ class MessageTable {
     /// In the order of the ids; one that is gone is left out.
     std::vector<MessageRecord> find(std::span<const std::int64_t> ids);
 
-    /// The messages of a conversation in all mailboxes of the account, oldest first.
+    /// The messages of a conversation in all mailboxes of the account, oldest first; of a very long one the newest.
     std::vector<MessageRecord> thread(const UUID& accountID, std::string_view threadKey);
-
-    /// Messages without a body in the files, newest first, not older than `since`.
-    std::vector<MessageRecord> withoutBody(const MailboxKey& mailbox, Date since, std::size_t limit);
 
     /// Ascending. Throws ModelStoreError `brokenRecord` when one is no 32-bit number, as `flags` does.
     std::vector<std::uint32_t> uids(const MailboxKey& mailbox);

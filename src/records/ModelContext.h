@@ -6,6 +6,7 @@
 #include "records/MessageTable.h"
 #include "records/ModelChanges.h"
 #include "records/ModelContainer.h"
+#include "records/StoreConnection.h"
 
 #include <memory>
 #include <utility>

@@ -1,0 +1,28 @@
+#include "records/ModelContext.h"
+
+namespace velmo {
+
+StoreConnection::StoreConnection(ModelContainer& container, const sqlite::DatabaseOptions& options)
+    : container_(container), database_(container.file(), options) {}
+
+void StoreConnection::tellContainer() {
+    container_.committed(std::exchange(changes_, {}));
+}
+
+ModelContext::ModelContext(std::shared_ptr<ModelContainer> container, const sqlite::DatabaseOptions& options)
+    : container_(std::move(container)),
+      connection_(*container_, options),
+      mailboxes(connection_),
+      messages(connection_),
+      labels(connection_) {}
+
+ModelContext::~ModelContext() = default;
+
+void ModelContext::deleteAccount(const UUID& accountID) {
+    transaction([&] {
+        messages.removeAll(accountID);
+        mailboxes.removeAll(accountID);
+    });
+}
+
+}

@@ -1,0 +1,102 @@
+#include "records/Schema.h"
+
+#include "records/ModelContainer.h"
+
+#include <array>
+#include <string>
+
+namespace velmo::schema {
+
+namespace {
+
+// Step n brings a store of version n to n + 1. A step that was released is never edited; a change is a new step.
+//
+// Account ids are blobs of 16 octets, dates milliseconds since 1970, lists JSON. What lists and flag comparisons read
+// stands in front of the texts that can be long, so that it is on the row's first page. AUTOINCREMENT keeps the id of
+// a deleted message from being given to another one.
+constexpr std::array migrations{R"sql(
+CREATE TABLE mailboxes (
+    accountID BLOB NOT NULL,
+    path TEXT NOT NULL,
+    name TEXT NOT NULL,
+    delimiter TEXT,
+    roleRaw TEXT NOT NULL,
+    isSelectable INTEGER NOT NULL,
+    unreadCount INTEGER NOT NULL,
+    totalCount INTEGER NOT NULL,
+    uidValidity INTEGER NOT NULL,
+    uidNext INTEGER NOT NULL,
+    highestModSeq INTEGER NOT NULL,
+    oldestSyncedUID INTEGER NOT NULL,
+    lastSynced INTEGER,
+    PRIMARY KEY (accountID, path)
+) WITHOUT ROWID;
+
+CREATE TABLE messages (
+    id INTEGER PRIMARY KEY AUTOINCREMENT,
+    accountID BLOB NOT NULL,
+    mailboxPath TEXT NOT NULL,
+    uid INTEGER NOT NULL,
+    uidValidity INTEGER NOT NULL,
+    isSeen INTEGER NOT NULL,
+    isFlagged INTEGER NOT NULL,
+    isAnswered INTEGER NOT NULL,
+    isDraft INTEGER NOT NULL,
+    otherFlags TEXT NOT NULL,
+    date INTEGER NOT NULL,
+    size INTEGER NOT NULL,
+    hasAttachments INTEGER NOT NULL,
+    hasInvite INTEGER NOT NULL,
+    hasBody INTEGER NOT NULL,
+    categoryRaw TEXT NOT NULL,
+    labelsJoined TEXT NOT NULL,
+    fromName TEXT NOT NULL,
+    fromEmail TEXT NOT NULL,
+    subject TEXT NOT NULL,
+    snippet TEXT NOT NULL,
+    messageID TEXT,
+    inReplyTo TEXT,
+    threadKey TEXT NOT NULL,
+    "references" TEXT NOT NULL,
+    "to" TEXT NOT NULL,
+    cc TEXT NOT NULL,
+    replyTo TEXT NOT NULL,
+    attachments TEXT NOT NULL,
+    summary TEXT,
+    translation TEXT,
+    translationLanguage TEXT
+);
+CREATE UNIQUE INDEX messagesByUID ON messages (accountID, mailboxPath, uid);
+CREATE INDEX messagesByDate ON messages (accountID, mailboxPath, date);
+CREATE INDEX messagesByThread ON messages (accountID, threadKey);
+-- Few rows of a large mailbox are unread or lack their body; finding and counting them must not read the others.
+CREATE INDEX unreadMessages ON messages (accountID, mailboxPath, date) WHERE isSeen = 0;
+CREATE INDEX messagesWithoutBody ON messages (accountID, mailboxPath, date) WHERE hasBody = 0;
+
+CREATE TABLE labels (
+    key TEXT PRIMARY KEY,
+    name TEXT NOT NULL,
+    colorRaw INTEGER NOT NULL,
+    isDefault INTEGER NOT NULL,
+    sortOrder INTEGER NOT NULL
+) WITHOUT ROWID;
+)sql"};
+
+}
+
+int version() {
+    return static_cast<int>(migrations.size());
+}
+
+void migrate(sqlite::Database& database) {
+    const int found = database.userVersion();
+    if (found < 0 || found > version()) throw ModelStoreError(ModelStoreError::Kind::tooNew);
+    for (int step = found; step < version(); ++step) {
+        sqlite::Transaction transaction(database);
+        database.execute(migrations.at(static_cast<std::size_t>(step)));
+        database.setUserVersion(step + 1);
+        transaction.commit();
+    }
+}
+
+}
