@@ -1,0 +1,62 @@
+#include "sync/SyncWriter.h"
+
+#include "records/ModelContext.h"
+#include "sync/RecordWriter.h"
+
+namespace velmo {
+
+struct SyncWriter::State {
+    RecordWriter writer;
+    Executor strand;
+};
+
+SyncWriter::SyncWriter(const std::shared_ptr<ModelContainer>& container, MessageFiles files,
+                       std::shared_ptr<Clock> clock, const Executor& background)
+    : state_(std::make_shared<State>(RecordWriter(container->makeContext(), std::move(files), std::move(clock)),
+                                     makeStrand(background))) {}
+
+// Each operation holds the state itself: the writer may be dropped while one is running.
+
+Async<std::vector<MailboxEntry>> SyncWriter::mailboxEntries(UUID accountID) {
+    const auto state = state_;
+    co_return co_await callOn(state->strand, [&] { return state->writer.mailboxEntries(accountID); });
+}
+
+Async<void> SyncWriter::upsertMailboxes(UUID accountID, std::vector<ListedMailbox> listed) {
+    const auto state = state_;
+    co_await callOn(state->strand, [&] { state->writer.upsertMailboxes(accountID, listed); });
+}
+
+Async<SyncState> SyncWriter::syncState(UUID accountID, std::string path) {
+    const auto state = state_;
+    const MailboxKey mailbox{accountID, std::move(path)};
+    co_return co_await callOn(state->strand, [&] { return state->writer.syncState(mailbox); });
+}
+
+Async<AppliedDelta> SyncWriter::apply(MailboxDelta delta, UUID accountID, std::string path, LabelNewMail labelNewMail) {
+    const auto state = state_;
+    const MailboxKey mailbox{accountID, std::move(path)};
+    co_return co_await callOn(state->strand,
+                              [&] { return state->writer.apply(std::move(delta), mailbox, labelNewMail); });
+}
+
+Async<void> SyncWriter::insertOlder(std::vector<SyncedMessage> messages, UUID accountID, std::string path,
+                                    std::int64_t uidValidity, LabelNewMail labelNewMail) {
+    const auto state = state_;
+    const MailboxKey mailbox{accountID, std::move(path)};
+    co_await callOn(state->strand, [&] { state->writer.insertOlder(messages, mailbox, uidValidity, labelNewMail); });
+}
+
+Async<void> SyncWriter::insertMessages(std::vector<SyncedMessage> messages, UUID accountID, std::string path,
+                                       std::int64_t uidValidity, LabelNewMail labelNewMail) {
+    const auto state = state_;
+    const MailboxKey mailbox{accountID, std::move(path)};
+    co_await callOn(state->strand, [&] { state->writer.insertMessages(messages, mailbox, uidValidity, labelNewMail); });
+}
+
+Async<void> SyncWriter::deleteAccount(UUID accountID) {
+    const auto state = state_;
+    co_await callOn(state->strand, [&] { state->writer.deleteAccount(accountID); });
+}
+
+}
