@@ -8,7 +8,6 @@
 #include "protocols/IMAPMailbox.h"
 #include "protocols/IMAPResponse.h"
 #include "protocols/IMAPSelectedState.h"
-#include "protocols/MailConnection.h"
 #include "protocols/MailCredential.h"
 #include "protocols/ServerConfig.h"
 
@@ -25,6 +24,8 @@
 
 namespace velmo {
 
+class IMAPSession;
+
 /// One session with one IMAP server (RFC 3501).
 ///
 /// A serial object: its operations run on the executor given, which is serial, and may be called from any; they
@@ -36,7 +37,7 @@ namespace velmo {
 /// the session, since its answer would meet the next command; cancelling a wait in `idle` does not. An argument that
 /// would break the line of its command (CR, LF or NUL) is refused with `unexpected` before anything is sent.
 ///
-/// An operation with a path selects that mailbox first, unless it is selected.
+/// An operation on the messages of a mailbox selects it first, unless it is selected.
 class IMAPClient {
   public:
     enum class Access { readWrite, readOnly };
@@ -65,7 +66,7 @@ class IMAPClient {
     /// Cuts the connection and forgets what was selected. What the server can do is remembered.
     Async<void> close();
 
-    bool isConnected() const { return connection_ != nullptr; }
+    bool isConnected() const { return session_ != nullptr; }
     /// Upper-cased.
     const std::set<std::string>& capabilities() const { return capabilities_; }
     bool has(std::string_view capability) const { return capabilities_.contains(std::string(capability)); }
@@ -140,42 +141,38 @@ class IMAPClient {
         IMAPClient& client;
         ~Unlock() { client.release(); }
     };
+    using Session = std::shared_ptr<IMAPSession>;
 
     Async<void> acquire();
     void release();
     void wakeNext();
 
     Async<void> openSession();
-    Async<void> greet();
+    Async<void> greet(IMAPSession& session);
+    Async<void> enableExtensions();
     Async<void> signIn();
-    Async<std::vector<IMAPResponse>> converse(std::string command, Sensitivity sensitivity,
-                                              const ContinuationHandler& onContinuation);
-    Async<std::vector<IMAPResponse>> exchange(const std::shared_ptr<MailConnection>& connection, std::string command,
-                                              Sensitivity sensitivity, const ContinuationHandler& onContinuation);
-    Async<IMAPResponse> readResponse(MailConnection& connection, Duration timeout);
-    Async<std::string> startIdle(MailConnection& connection);
-    Async<bool> awaitChange(MailConnection& connection, Instant deadline);
-    Async<void> endIdle(MailConnection& connection, const std::string& tag);
-    Async<void> ensureSelected(const std::string& path);
-    Async<std::vector<IMAPFetchResult>> fetchWith(std::string path, std::string command);
-    void closeNow();
-    void closeIfStill(const std::shared_ptr<MailConnection>& connection);
-    void setCapabilities(std::string_view words);
-    std::string nextTag();
-    std::string withoutSecrets(std::string text) const;
+    void setCapabilities(const std::vector<std::string_view>& words);
+    void refuseUnfitCredential() const;
 
-    /// A response of which a part has arrived. A read that ends early leaves it for the next one.
-    struct Partial {
-        Bytes bytes;
-        std::size_t literalBytesMissing = 0;
-    };
+    std::string nextTag();
+    Async<std::vector<IMAPResponse>> converse(const std::string& command, Sensitivity sensitivity,
+                                              const ContinuationHandler& onContinuation);
+    Async<std::vector<IMAPResponse>> exchange(Session session, const std::string& command, Sensitivity sensitivity,
+                                              const ContinuationHandler& onContinuation);
+    void closeSession(const Session& session);
+
+    Async<void> ensureSelected(const std::string& path);
+    Async<std::vector<IMAPFetchResult>> fetchResults(std::string path, std::string command);
+
+    Async<std::optional<bool>> idleOn(Session session, Duration timeout);
+    Async<bool> awaitChange(IMAPSession& session, Instant deadline);
+    Async<void> endIdle(IMAPSession& session, const std::string& tag);
 
     Executor executor_;
     Clock& clock_;
     ServerConfig server_;
     MailCredential credential_;
-    std::shared_ptr<MailConnection> connection_;
-    Partial partial_;
+    Session session_;
     std::uint64_t tagNumber_ = 0;
     std::set<std::string> capabilities_;
     std::optional<std::string> selectedPath_;

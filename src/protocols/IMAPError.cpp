@@ -20,9 +20,11 @@ IMAPError IMAPError::authenticationFailed(std::string text) {
     return {Kind::authenticationFailed, std::move(sentence), std::move(text)};
 }
 
-IMAPError IMAPError::commandFailed(std::string command, std::string response) {
+IMAPError IMAPError::commandFailed(std::string command, std::string response, std::string code) {
     std::string sentence = tr("The mail server refused {}: {}", command, response);
-    return {Kind::commandFailed, std::move(sentence), std::move(response), std::move(command)};
+    IMAPError result(Kind::commandFailed, std::move(sentence), std::move(response), std::move(command));
+    result.code_ = std::move(code);
+    return result;
 }
 
 IMAPError IMAPError::unexpected(std::string text) {

@@ -45,7 +45,8 @@ class IMAPError : public UserError {
 
     static IMAPError connection(const MailConnectionError& error);
     static IMAPError authenticationFailed(std::string text);
-    static IMAPError commandFailed(std::string command, std::string response);
+    /// `code` is what the server gave in brackets before its words (RFC 5530).
+    static IMAPError commandFailed(std::string command, std::string response, std::string code = {});
     static IMAPError unexpected(std::string text);
     static IMAPError disconnected();
 
@@ -53,6 +54,7 @@ class IMAPError : public UserError {
     const std::string& text() const { return text_; }
     const std::string& command() const { return command_; }
     const std::string& response() const { return text_; }
+    const std::string& code() const { return code_; }
     /// Present when the kind is `connection`.
     const std::optional<MailConnectionError>& connectionError() const { return connectionError_; }
 
@@ -67,6 +69,7 @@ class IMAPError : public UserError {
     Kind kind_;
     std::string text_;
     std::string command_;
+    std::string code_;
     std::optional<MailConnectionError> connectionError_;
 };
 

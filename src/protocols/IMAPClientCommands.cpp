@@ -1,0 +1,237 @@
+#include "base/Text.h"
+#include "protocols/IMAPClient.h"
+#include "protocols/IMAPSyntax.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <utility>
+
+namespace velmo {
+
+namespace {
+
+std::optional<IMAPMailbox> readMailbox(IMAPValues response) {
+    const std::vector<IMAPValue> words = response.taken(4);
+    if (words.size() < 4) return std::nullopt;
+    auto path = imapText(words[3]);
+    if (!path) return std::nullopt;
+    IMAPMailbox mailbox;
+    mailbox.path = std::move(*path);
+    mailbox.delimiter = imapText(words[2]);
+    for (const IMAPValue attribute : words[1].children()) {
+        if (attribute.isAtom()) mailbox.attributes.insert(*imapText(attribute));
+    }
+    mailbox.role = mailboxRole(mailbox.path, mailbox.attributes);
+    return mailbox;
+}
+
+/// What a status code such as "UIDNEXT 4392" tells.
+void readSelectCode(std::string_view code, IMAPSelectedState& state) {
+    const std::vector<std::string_view> words = text::split(code, ' ');
+    if (words.size() < 2) return;
+    if (text::equalsIgnoringCase(words[0], "UIDVALIDITY"))
+        state.uidValidity = text::parseUnsigned32(words[1]).value_or(0);
+    if (text::equalsIgnoringCase(words[0], "UIDNEXT")) state.uidNext = text::parseUnsigned32(words[1]).value_or(0);
+    if (text::equalsIgnoringCase(words[0], "HIGHESTMODSEQ")) state.highestModSeq = text::parseUnsigned64(words[1]);
+}
+
+IMAPSelectedState readSelectedState(const std::vector<IMAPResponse>& responses) {
+    IMAPSelectedState state;
+    for (const IMAPResponse& response : responses) {
+        if (response.kind() == IMAPResponse::Kind::untaggedStatus && response.code())
+            readSelectCode(*response.code(), state);
+        const std::vector<IMAPValue> words = response.values().taken(2);
+        if (words.size() == 2 && words[1].isAtom("EXISTS")) state.exists = imapInteger(words[0]).value_or(state.exists);
+    }
+    return state;
+}
+
+void readStatusItems(IMAPValues response, IMAPClient::MailboxStatus& status) {
+    std::optional<IMAPValue> last;
+    for (const IMAPValue word : response) last = word;
+    const IMAPValues items = last->children();
+    for (auto at = items.begin(); at != items.end(); ++at) {
+        const IMAPValue name = *at;
+        if (++at == items.end()) return;
+        const std::int64_t number = std::max<std::int64_t>(imapInteger(*at).value_or(0), 0);
+        if (name.isAtom("MESSAGES")) status.messages = number;
+        if (name.isAtom("UNSEEN")) status.unseen = number;
+        if (name.isAtom("UIDNEXT")) status.uidNext = text::parseUnsigned32((*at).bytes()).value_or(0);
+    }
+}
+
+std::string joined(const std::vector<std::string>& words) {
+    return fmt::format("{}", fmt::join(words, " "));
+}
+
+bool isASCII(std::string_view text) {
+    return std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) < 128; });
+}
+
+std::optional<std::uint32_t> appendedUID(const std::vector<IMAPResponse>& responses) {
+    for (const IMAPResponse& response : responses) {
+        if (response.kind() != IMAPResponse::Kind::tagged || !response.code()) continue;
+        const std::vector<std::string_view> words = text::split(*response.code(), ' ');
+        if (words.size() >= 3 && text::equalsIgnoringCase(words[0], "APPENDUID"))
+            return text::parseUnsigned32(words[2]);
+    }
+    return std::nullopt;
+}
+
+}
+
+Async<std::vector<IMAPMailbox>> IMAPClient::listMailboxes() {
+    return runOn(executor_, [this]() -> Async<std::vector<IMAPMailbox>> {
+        const bool tellsUses = has("SPECIAL-USE") && has("LIST-EXTENDED");
+        const auto responses = co_await execute(tellsUses ? R"(LIST "" "*" RETURN (SPECIAL-USE))" : R"(LIST "" "*")");
+        std::vector<IMAPMailbox> mailboxes;
+        for (const IMAPValues& response : untagged(responses, "LIST")) {
+            if (auto mailbox = readMailbox(response)) mailboxes.push_back(std::move(*mailbox));
+        }
+        co_return mailboxes;
+    });
+}
+
+Async<IMAPSelectedState> IMAPClient::select(std::string path, Access access) {
+    return runOn(executor_, [this, access, path = std::move(path)]() -> Async<IMAPSelectedState> {
+        std::string command = access == Access::readOnly ? "EXAMINE " : "SELECT ";
+        command += imapQuoted(path);
+        if (has("CONDSTORE")) command += " (CONDSTORE)";
+        refuseLineBreaks({command});
+        // A failed SELECT leaves nothing selected (RFC 3501 §6.3.1).
+        selectedPath_.reset();
+        selectedState_.reset();
+        const auto responses = co_await execute(std::move(command));
+        const IMAPSelectedState state = readSelectedState(responses);
+        selectedPath_ = path;
+        selectedState_ = state;
+        co_return state;
+    });
+}
+
+Async<void> IMAPClient::ensureSelected(const std::string& path) {
+    if (selectedPath_ != path) co_await select(path);
+}
+
+Async<IMAPClient::MailboxStatus> IMAPClient::status(std::string path) {
+    return runOn(executor_, [this, path = std::move(path)]() -> Async<MailboxStatus> {
+        const auto responses = co_await execute("STATUS " + imapQuoted(path) + " (MESSAGES UNSEEN UIDNEXT)");
+        MailboxStatus status;
+        for (const IMAPValues& response : untagged(responses, "STATUS")) readStatusItems(response, status);
+        co_return status;
+    });
+}
+
+Async<std::vector<std::uint32_t>> IMAPClient::search(std::string path, std::string criteria) {
+    return runOn(executor_,
+                 [this, path = std::move(path), criteria = std::move(criteria)]() -> Async<std::vector<std::uint32_t>> {
+                     refuseLineBreaks({path, criteria});
+                     co_await ensureSelected(path);
+                     const auto responses =
+                         co_await execute((isASCII(criteria) ? "UID SEARCH " : "UID SEARCH CHARSET UTF-8 ") + criteria);
+                     std::vector<std::uint32_t> uids;
+                     for (const IMAPValues& response : untagged(responses, "SEARCH")) {
+                         for (const IMAPValue word : response) {
+                             const auto uid = word.isAtom() ? text::parseUnsigned32(word.bytes()) : std::nullopt;
+                             if (uid) uids.push_back(*uid);
+                         }
+                     }
+                     co_return uids;
+                 });
+}
+
+Async<std::vector<IMAPFetchResult>> IMAPClient::fetchResults(std::string path, std::string command) {
+    refuseLineBreaks({path, command});
+    co_await ensureSelected(path);
+    auto responses = co_await execute(std::move(command));
+    std::vector<IMAPFetchResult> results;
+    for (IMAPResponse& response : responses) {
+        // Each response goes as soon as it is read, so that large messages are not held twice.
+        const IMAPResponse current = std::move(response);
+        if (auto result = IMAPFetchResult::read(current.values())) results.push_back(std::move(*result));
+    }
+    co_return results;
+}
+
+Async<std::vector<IMAPFetchResult>> IMAPClient::uidFetch(std::string path, std::string set, std::string items,
+                                                         std::optional<std::uint64_t> changedSince) {
+    return runOn(executor_,
+                 [this, changedSince, path = std::move(path), set = std::move(set),
+                  items = std::move(items)]() -> Async<std::vector<IMAPFetchResult>> {
+                     std::string command = fmt::format("UID FETCH {} ({})", set, items);
+                     if (changedSince && has("CONDSTORE")) command += fmt::format(" (CHANGEDSINCE {})", *changedSince);
+                     return fetchResults(path, std::move(command));
+                 });
+}
+
+Async<std::vector<IMAPFetchResult>> IMAPClient::fetch(std::string path, std::string set, std::string items) {
+    return runOn(executor_,
+                 [this, path = std::move(path), set = std::move(set),
+                  items = std::move(items)]() -> Async<std::vector<IMAPFetchResult>> {
+                     return fetchResults(path, fmt::format("FETCH {} ({})", set, items));
+                 });
+}
+
+Async<void> IMAPClient::store(std::string path, std::string set, FlagChange change, std::vector<std::string> flags) {
+    return runOn(executor_,
+                 [this, change, path = std::move(path), set = std::move(set), flags = joined(flags)]() -> Async<void> {
+                     refuseLineBreaks({path, set, flags});
+                     co_await ensureSelected(path);
+                     const char sign = change == FlagChange::add ? '+' : '-';
+                     co_await execute(fmt::format("UID STORE {} {}FLAGS.SILENT ({})", set, sign, flags));
+                 });
+}
+
+Async<void> IMAPClient::deleteMessages(std::string path, std::string set) {
+    return runOn(executor_, [this, path = std::move(path), set = std::move(set)]() -> Async<void> {
+        std::vector<std::string> flags{"\\Deleted"};
+        co_await store(path, set, FlagChange::add, std::move(flags));
+        co_await ensureSelected(path);
+        co_await execute(has("UIDPLUS") ? "UID EXPUNGE " + set : std::string("EXPUNGE"));
+    });
+}
+
+Async<void> IMAPClient::moveMessages(std::string path, std::string set, std::string destination) {
+    return runOn(
+        executor_,
+        [this, path = std::move(path), set = std::move(set), destination = std::move(destination)]() -> Async<void> {
+            refuseLineBreaks({path, set, destination});
+            co_await ensureSelected(path);
+            const std::string target = set + " " + imapQuoted(destination);
+            if (has("MOVE")) {
+                co_await execute("UID MOVE " + target);
+            } else {
+                co_await execute("UID COPY " + target);
+                co_await deleteMessages(path, set);
+            }
+        });
+}
+
+Async<void> IMAPClient::createMailbox(std::string path) {
+    return runOn(executor_, [this, path = std::move(path)]() -> Async<void> {
+        try {
+            co_await execute("CREATE " + imapQuoted(path));
+        } catch (const IMAPError& error) {
+            const bool exists = text::containsIgnoringCase(error.response(), "exist") ||
+                                text::equalsIgnoringCase(error.code(), "ALREADYEXISTS");
+            if (error.kind() != IMAPError::Kind::commandFailed || !exists) throw;
+        }
+    });
+}
+
+Async<std::optional<std::uint32_t>> IMAPClient::append(std::string path, std::optional<std::vector<std::string>> flags,
+                                                       Bytes message) {
+    return runOn(executor_,
+                 [this, path = std::move(path), flags = std::move(flags),
+                  message = std::move(message)]() -> Async<std::optional<std::uint32_t>> {
+                     std::string command = "APPEND " + imapQuoted(path);
+                     if (flags) command += " (" + joined(*flags) + ")";
+                     command += fmt::format(" {{{}}}", message.size());
+                     const auto responses =
+                         co_await execute(std::move(command), Sensitivity::open,
+                                          [&message](const std::string&) { return message + "\r\n"; });
+                     co_return appendedUID(responses);
+                 });
+}
+
+}

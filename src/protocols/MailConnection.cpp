@@ -1,0 +1,282 @@
+#include "protocols/MailConnection.h"
+
+#include "base/Text.h"
+#include "base/UserError.h"
+#include "protocols/SocketConnector.h"
+
+#include <algorithm>
+#include <array>
+#include <boost/asio/as_tuple.hpp>
+#include <boost/asio/experimental/awaitable_operators.hpp>
+#include <boost/asio/ssl/context.hpp>
+#include <boost/asio/ssl/error.hpp>
+#include <boost/asio/ssl/host_name_verification.hpp>
+#include <boost/asio/ssl/stream.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/use_awaitable.hpp>
+#include <boost/asio/write.hpp>
+#include <optional>
+
+namespace velmo {
+
+namespace asio = boost::asio;
+namespace ssl = boost::asio::ssl;
+using Error = boost::system::error_code;
+using Socket = connector::Socket;
+
+namespace {
+
+constexpr auto asResult = asio::as_tuple(asio::use_awaitable);
+
+/// Bytes received and not yet consumed. Consuming moves an offset, searching goes on where it stopped; so a peer that
+/// sends single bytes costs no more than one that sends blocks.
+class ReceiveBuffer {
+  public:
+    BytesView unread() const { return BytesView(bytes_).substr(start_); }
+
+    void append(BytesView bytes) {
+        if (start_ > 0 && start_ * 2 >= bytes_.size()) {
+            bytes_.erase(0, start_);
+            searched_ -= std::min(searched_, start_);
+            start_ = 0;
+        }
+        bytes_.append(bytes);
+    }
+
+    void consume(std::size_t count) {
+        start_ += count;
+        searched_ = start_;
+    }
+
+    void clear() {
+        bytes_.clear();
+        start_ = searched_ = 0;
+    }
+
+    /// The line up to the next CR LF, when there is one.
+    std::optional<BytesView> line() {
+        const std::size_t end = bytes_.find("\r\n", searched_);
+        if (end != Bytes::npos) return BytesView(bytes_).substr(start_, end - start_);
+        // The last byte may be the CR of a pair.
+        searched_ = std::max(start_, bytes_.size() - std::min<std::size_t>(bytes_.size(), 1));
+        return std::nullopt;
+    }
+
+  private:
+    Bytes bytes_;
+    std::size_t start_ = 0;
+    std::size_t searched_ = 0;
+};
+
+bool isEndOfStream(const Error& error) {
+    return error == asio::error::eof || error == ssl::error::stream_truncated;
+}
+
+}
+
+/// Outlives its MailConnection while an operation is still on its way out.
+class MailConnection::Stream : public std::enable_shared_from_this<Stream> {
+  public:
+    Stream(const Executor& io, Clock& clock, std::string host, int port, ServerConfig::Security security)
+        : clock_(clock),
+          host_(std::move(host)),
+          port_(port),
+          wantsTLS_(security == ServerConfig::Security::tls),
+          closing_(io, asio::steady_timer::time_point::max()),
+          socket_(io) {}
+
+    const std::string& host() const { return host_; }
+    ReceiveBuffer& buffer() { return buffer_; }
+
+    /// Appends what arrives next to the buffer; at least one byte.
+    Async<void> fill(Duration timeout) {
+        const std::shared_ptr<Stream> self = shared_from_this();
+        co_await guarded(timeout, Failure::leavesStream, [this]() -> Async<Error> {
+            const auto [error, count] = tls_ ? co_await tls_->async_read_some(asio::buffer(chunk_), asResult)
+                                             : co_await socket_.async_read_some(asio::buffer(chunk_), asResult);
+            // What arrived together with a time-out counts.
+            buffer_.append(BytesView(chunk_.data(), count));
+            co_return count > 0 ? Error() : error;
+        });
+    }
+
+    Async<void> send(Bytes bytes) {
+        const std::shared_ptr<Stream> self = shared_from_this();
+        co_await guarded(writeTimeout, Failure::killsStream, [this, &bytes]() -> Async<Error> {
+            const auto [error, count] = tls_ ? co_await asio::async_write(*tls_, asio::buffer(bytes), asResult)
+                                             : co_await asio::async_write(socket_, asio::buffer(bytes), asResult);
+            co_return error;
+        });
+    }
+
+    void startTLS() {
+        buffer_.clear();
+        wantsTLS_ = true;
+    }
+
+    void close() {
+        isClosed_ = true;
+        closing_.expires_at(asio::steady_timer::time_point::min());
+        Error ignored;
+        socket_.close(ignored);
+    }
+
+  private:
+    /// What an operation that was cut short means for the stream.
+    enum class Failure { leavesStream, killsStream };
+
+    bool isReady() const { return isConnected_ && wantsTLS_ == tls_.has_value() && !isHandshaking_; }
+
+    /// Runs `operation` (a callable that gives an `Async<Error>`) on the opened stream, all within `timeout`.
+    template <class F>
+    Async<void> guarded(Duration timeout, Failure whenCut, F operation) {
+        if (failure_) throw *failure_;
+        if (isClosed_) throw MailConnectionError::cannotConnect(host_);
+        std::exception_ptr thrown;
+        std::expected<Error, TimedOut> outcome = std::unexpected(TimedOut{});
+        try {
+            outcome = co_await within(clock_, timeout, [this, &operation]() -> Async<Error> {
+                if (!isReady()) co_await open();
+                co_return co_await operation();
+            });
+        } catch (...) {
+            thrown = std::current_exception();
+        }
+        const bool wasAborted = isCancellation(thrown) || (outcome && *outcome == asio::error::operation_aborted);
+        if (!thrown && outcome && !*outcome) co_return;
+        const bool wasCut = wasAborted || (!thrown && !outcome);
+        const bool ended = !thrown && outcome && isEndOfStream(*outcome);
+        const MailConnectionError error =
+            ended ? MailConnectionError::closed(host_) : MailConnectionError::cannotConnect(host_);
+        if (!wasCut || whenCut == Failure::killsStream || !isReady()) failure_ = error;
+        if (wasAborted && !isClosed_) throw Cancelled();
+        throw error;
+    }
+
+    Async<void> open() {
+        if (!isConnected_) {
+            using namespace asio::experimental::awaitable_operators;
+            const auto opened = co_await (connect() || closing_.async_wait(asResult));
+            if (opened.index() == 1 || std::get<0>(opened))
+                throw boost::system::system_error(opened.index() == 1 ? asio::error::operation_aborted
+                                                                      : std::get<0>(opened));
+            isConnected_ = true;
+        }
+        if (wantsTLS_) co_await handshake();
+    }
+
+    /// Gives the error, since a race of two hides what is thrown.
+    Async<Error> connect() {
+        try {
+            const auto found = co_await connector::resolve(host_, port_);
+            auto endpoints = connector::interleaved(found);
+            socket_ = co_await connector::connectFirst(clock_, std::move(endpoints));
+            socket_.set_option(asio::ip::tcp::no_delay(true));
+            socket_.set_option(asio::socket_base::keep_alive(true));
+            co_return Error();
+        } catch (const boost::system::system_error& error) {
+            co_return error.code();
+        } catch (const Cancelled&) {
+            co_return asio::error::operation_aborted;
+        }
+    }
+
+    Async<void> handshake() {
+        isHandshaking_ = true;
+        context_.emplace(ssl::context::tls_client);
+        SSL_CTX_set_min_proto_version(context_->native_handle(), TLS1_2_VERSION);
+        context_->set_default_verify_paths();
+        tls_.emplace(socket_, *context_);
+        tls_->set_verify_mode(ssl::verify_peer);
+        tls_->set_verify_callback(ssl::host_name_verification(host_));
+        Error notLiteral;
+        static_cast<void>(asio::ip::make_address(host_, notLiteral));
+        // A literal address is no server name (RFC 6066 §3).
+        if (notLiteral)
+            SSL_ctrl(tls_->native_handle(), SSL_CTRL_SET_TLSEXT_HOSTNAME, TLSEXT_NAMETYPE_host_name, host_.data());
+        const auto [error] = co_await tls_->async_handshake(ssl::stream_base::client, asResult);
+        if (error) throw boost::system::system_error(error);
+        isHandshaking_ = false;
+    }
+
+    Clock& clock_;
+    std::string host_;
+    int port_;
+    bool wantsTLS_;
+    bool isConnected_ = false;
+    bool isHandshaking_ = false;
+    bool isClosed_ = false;
+    std::optional<MailConnectionError> failure_;
+    asio::steady_timer closing_;
+    Socket socket_;
+    std::optional<ssl::context> context_;
+    std::optional<ssl::stream<Socket&>> tls_;
+    std::array<char, 65536> chunk_;
+    ReceiveBuffer buffer_;
+};
+
+MailConnection::MailConnection(Executor io, Clock& clock, std::string host, int port, ServerConfig::Security security)
+    : stream_(std::make_shared<Stream>(io, clock, std::move(host), port, security)) {}
+
+MailConnection::~MailConnection() {
+    close();
+}
+
+const std::string& MailConnection::host() const {
+    return stream_->host();
+}
+
+Async<std::string> MailConnection::readLine(Duration timeout) {
+    const Bytes line = co_await readLineData(timeout);
+    co_return text::repairedUTF8(line);
+}
+
+Async<Bytes> MailConnection::readLineData(Duration timeout) {
+    Bytes line;
+    co_await appendLine(line, timeout);
+    co_return line;
+}
+
+Async<Bytes> MailConnection::readBytes(std::int64_t count, Duration timeout) {
+    Bytes bytes;
+    auto missing = static_cast<std::size_t>(std::max<std::int64_t>(count, 0));
+    while (missing > 0) missing -= co_await appendBytes(bytes, missing, timeout);
+    co_return bytes;
+}
+
+Async<void> MailConnection::appendLine(Bytes& out, Duration timeout) {
+    const std::shared_ptr<Stream> stream = stream_;
+    ReceiveBuffer& buffer = stream->buffer();
+    std::optional<BytesView> line = buffer.line();
+    while (!line) {
+        co_await stream->fill(timeout);
+        line = buffer.line();
+    }
+    out.append(*line);
+    buffer.consume(line->size() + 2);
+}
+
+Async<std::size_t> MailConnection::appendBytes(Bytes& out, std::size_t limit, Duration timeout) {
+    const std::shared_ptr<Stream> stream = stream_;
+    ReceiveBuffer& buffer = stream->buffer();
+    if (limit > 0 && buffer.unread().empty()) co_await stream->fill(timeout);
+    const BytesView taken = buffer.unread().substr(0, limit);
+    out.append(taken);
+    buffer.consume(taken.size());
+    co_return taken.size();
+}
+
+Async<void> MailConnection::write(Bytes bytes) {
+    const std::shared_ptr<Stream> stream = stream_;
+    co_await stream->send(std::move(bytes));
+}
+
+void MailConnection::startTLS() {
+    stream_->startTLS();
+}
+
+void MailConnection::close() {
+    stream_->close();
+}
+
+}
