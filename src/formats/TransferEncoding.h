@@ -6,15 +6,22 @@
 
 namespace velmo {
 
-/// The bytes behind a Content-Transfer-Encoding (RFC 2045 §6) with this label: "base64" and "quoted-printable" are
-/// decoded, for any other label the bytes are given as they are. Never fails.
+/// How the bytes of a part travel (RFC 2045 §6).
+enum class TransferEncoding { identity, base64, quotedPrintable };
+
+/// What a Content-Transfer-Encoding field says; anything but "base64" and "quoted-printable" means the bytes
+/// themselves.
+TransferEncoding transferEncoding(std::string_view label);
+
+/// The bytes behind their encoding. Never fails.
+Bytes decodeTransfer(BytesView data, TransferEncoding encoding);
 Bytes decodeTransfer(BytesView data, std::string_view label);
 
 /// RFC 2045 §6.7. A "=" that introduces neither a byte nor a soft line break stays.
 Bytes decodeQuotedPrintable(BytesView data);
 
 /// RFC 2045 §6.8. Characters outside the alphabet are ignored. Empty when the rest does not come in whole groups of
-/// four, the last of them padded.
+/// four, padded where the data ends.
 Bytes decodeLenientBase64(BytesView data);
 
 }

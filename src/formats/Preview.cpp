@@ -1,0 +1,107 @@
+#include "formats/Preview.h"
+
+#include "base/Text.h"
+#include "formats/Entities.h"
+#include "formats/HTMLText.h"
+#include "formats/WhiteSpace.h"
+#include "platform/RegularExpression.h"
+
+#include <algorithm>
+
+namespace velmo {
+
+namespace {
+
+constexpr auto npos = std::string_view::npos;
+constexpr std::size_t longestSelector = 200;
+
+std::string_view withoutLeadingSpace(std::string_view text) {
+    while (!text.empty()) {
+        const auto length = whiteSpaceLength(text, 0);
+        if (length == 0) break;
+        text.remove_prefix(length);
+    }
+    return text;
+}
+
+bool isSelector(std::string_view text) {
+    static const RegularExpression selector(R"re(\A[@\w\p{M}\p{Pc}\x{200C}\x{200D}\s.#:,>+~*()\[\]="'\-]+\z)re");
+    return selector.matches(text);
+}
+
+/// The length of the rule "selector { declarations }" at the front; 0 when there stands something else.
+std::size_t styleRuleLength(std::string_view text) {
+    const auto open = text::firstCodePoints(text, longestSelector + 1).find('{');
+    if (open == npos || !isSelector(text.substr(0, open))) return 0;
+    std::size_t depth = 0;
+    bool declares = false;
+    for (std::size_t i = open; i < text.size(); ++i) {
+        declares = declares || text[i] == ':';
+        if (text[i] == '{') ++depth;
+        if (text[i] == '}' && --depth == 0) return declares ? i + 1 : 0;
+    }
+    return 0;
+}
+
+/// The length of "@charset ...;" or "@import ...;" at the front.
+std::size_t styleStatementLength(std::string_view text) {
+    const auto end = text.find(';');
+    return end == npos ? 0 : end + 1;
+}
+
+/// Some senders let their style sheet leak into the beginning of the text.
+std::string_view withoutLeadingStyle(std::string_view text) {
+    for (;;) {
+        const auto start = withoutLeadingSpace(text);
+        const bool isStatement = start.starts_with("@charset") || start.starts_with("@import");
+        const auto length = isStatement ? styleStatementLength(start) : styleRuleLength(start);
+        if (length == 0) return text;
+        text = start.substr(length);
+    }
+}
+
+bool looksLikeHTML(std::string_view text) {
+    static const RegularExpression tag(
+        R"(<\s*(html|body|table|div|p|span|td|tr|br|img|a|font|center|style|head|meta)\b)",
+        RegularExpression::Case::ignored);
+    return tag.matches(text);
+}
+
+/// A tag may have been cut off at the end.
+std::string_view withoutOpenTag(std::string_view text) {
+    const auto lastClose = text.rfind('>');
+    return text.substr(0, text.find('<', lastClose == npos ? 0 : lastClose + 1));
+}
+
+/// The lines of a text that quote nobody, each in front of a line end.
+std::string unquotedLines(std::string_view text) {
+    std::string out;
+    out.reserve(text.size() + 1);
+    while (!text.empty()) {
+        const auto line = text.substr(0, text.find_first_of("\n\r"));
+        if (!withoutLeadingSpace(line).starts_with('>')) {
+            out += line;
+            out += '\n';
+        }
+        text.remove_prefix(std::min(text.size(), line.size() + 1));
+    }
+    return out;
+}
+
+}
+
+std::string cleanedPreview(std::string_view text) {
+    const auto content = withoutLeadingStyle(text);
+    if (content.find_first_of("<&") == npos) return collapsedWhiteSpace(content);
+    const std::string plain = looksLikeHTML(content) ? htmlToPlainText(content) : std::string(content);
+    return collapsedWhiteSpace(withoutLeadingStyle(decodeEntities(withoutOpenTag(plain))));
+}
+
+std::string snippet(const std::optional<std::string>& plainText, const std::optional<std::string>& html) {
+    const std::string converted = !plainText && html ? htmlToPlainText(*html) : std::string{};
+    const std::string_view source = plainText ? *plainText : converted;
+    const std::string preview = cleanedPreview(collapsedWhiteSpace(unquotedLines(source)));
+    return std::string(text::firstCodePoints(preview, snippetLength));
+}
+
+}
