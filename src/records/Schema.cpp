@@ -70,8 +70,8 @@ CREATE UNIQUE INDEX messagesByUID ON messages (accountID, mailboxPath, uid);
 CREATE INDEX messagesByDate ON messages (accountID, mailboxPath, date);
 CREATE INDEX messagesByThread ON messages (accountID, threadKey);
 -- Few rows of a large mailbox are unread or lack their body; finding and counting them must not read the others.
-CREATE INDEX unreadMessages ON messages (accountID, mailboxPath, date) WHERE isSeen = 0;
-CREATE INDEX messagesWithoutBody ON messages (accountID, mailboxPath, date) WHERE hasBody = 0;
+CREATE INDEX unreadMessages ON messages (accountID, mailboxPath, isSeen, date) WHERE isSeen = 0;
+CREATE INDEX messagesWithoutBody ON messages (accountID, mailboxPath, hasBody, date) WHERE hasBody = 0;
 
 CREATE TABLE labels (
     key TEXT PRIMARY KEY,
