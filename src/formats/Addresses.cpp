@@ -26,6 +26,13 @@ struct Word {
     std::string raw;   ///< as written, as part of an address
     bool holdsAt = false;
     bool isPlain = true; ///< holds neither quoted text nor an encoded word
+
+    void extend(const Word& next) {
+        shown += next.shown;
+        raw += next.raw;
+        holdsAt = holdsAt || next.holdsAt;
+        isPlain = isPlain && next.isPlain;
+    }
 };
 
 /// What has been read since the last separator.
@@ -71,9 +78,7 @@ std::vector<Word> joinedAroundAt(std::vector<Word> words) {
             joined.push_back(std::move(word));
             continue;
         }
-        joined.back().shown += word.shown;
-        joined.back().raw += word.raw;
-        joined.back().holdsAt = true;
+        joined.back().extend(word);
     }
     return joined;
 }
@@ -227,11 +232,7 @@ class AddressListReader {
             item_.words.push_back(std::move(word));
             return;
         }
-        Word& last = item_.words.back();
-        last.shown += word.shown;
-        last.raw += word.raw;
-        last.holdsAt = last.holdsAt || word.holdsAt;
-        last.isPlain = last.isPlain && word.isPlain;
+        item_.words.back().extend(word);
     }
 
     // --- structure ---
@@ -363,10 +364,9 @@ class AddressListReader {
     static std::optional<std::string> loneWord(const Word& word) {
         const std::string_view first = std::string_view(word.shown).substr(0, 1);
         if (first.empty() || (!text::isAlpha(first[0]) && !text::isDigit(first[0]))) return std::nullopt;
+        if (!isUsable(word.shown)) return std::nullopt;
         if (word.isPlain) return word.raw;
-        if (word.raw.front() != '"' || word.shown.find('@') == std::string::npos || !isUsable(word.shown)) {
-            return std::nullopt;
-        }
+        if (word.raw.front() != '"' || word.shown.find('@') == std::string::npos) return std::nullopt;
         for (const char c : word.shown) {
             if (endsAtom(c)) return std::nullopt;
         }
