@@ -187,7 +187,8 @@ Async<void> IMAPClient::deleteMessages(std::string path, std::string set) {
         std::vector<std::string> flags{"\\Deleted"};
         co_await store(path, set, FlagChange::add, std::move(flags));
         co_await ensureSelected(path);
-        co_await execute(has("UIDPLUS") ? "UID EXPUNGE " + set : std::string("EXPUNGE"));
+        std::string command = has("UIDPLUS") ? "UID EXPUNGE " + set : "EXPUNGE";
+        co_await execute(std::move(command));
     });
 }
 

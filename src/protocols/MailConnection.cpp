@@ -137,12 +137,15 @@ class MailConnection::Stream : public std::enable_shared_from_this<Stream> {
         try {
             outcome = co_await within(clock_, timeout, [this, &operation]() -> Async<Error> {
                 if (!isReady()) co_await open();
-                co_return co_await operation();
+                const Error error = co_await operation();
+                // Thrown, so that a time-out is not taken for a result.
+                if (error == asio::error::operation_aborted) throw boost::system::system_error(error);
+                co_return error;
             });
         } catch (...) {
             thrown = std::current_exception();
         }
-        const bool wasAborted = isCancellation(thrown) || (outcome && *outcome == asio::error::operation_aborted);
+        const bool wasAborted = isCancellation(thrown);
         if (!thrown && outcome && !*outcome) co_return;
         const bool wasCut = wasAborted || (!thrown && !outcome);
         const bool ended = !thrown && outcome && isEndOfStream(*outcome);
