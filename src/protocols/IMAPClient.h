@@ -60,6 +60,9 @@ class IMAPClient {
     IMAPClient(const IMAPClient&) = delete;
     IMAPClient& operator=(const IMAPClient&) = delete;
 
+    /// Signs in with this credential from the next `connect` on.
+    void setCredential(MailCredential credential) { credential_ = std::move(credential); }
+
     /// Opens the session and signs in; does nothing when it is open. A failure leaves it closed.
     Async<void> connect();
 

@@ -1,0 +1,388 @@
+#include "sync/SyncEngine.h"
+
+#include "base/Text.h"
+#include "base/UserError.h"
+#include "sync/FetchedMessages.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <limits>
+#include <unordered_set>
+#include <utility>
+
+namespace velmo {
+
+namespace {
+
+constexpr std::string_view headerItems = "UID FLAGS INTERNALDATE RFC822.SIZE ENVELOPE BODYSTRUCTURE "
+                                         "BODY.PEEK[HEADER.FIELDS (REFERENCES LIST-UNSUBSCRIBE LIST-ID PRECEDENCE)]";
+constexpr std::string_view gmailItem = " X-GM-THRID";
+constexpr std::string_view wholeMessageItems = "UID BODY.PEEK[]";
+
+constexpr std::int64_t firstSyncBatch = 200;
+constexpr std::size_t snippetChunk = 100;
+constexpr int plainSnippetBytes = 1500;
+constexpr int htmlSnippetBytes = 8000;
+
+constexpr Duration longestBlindWait{120'000};
+constexpr Duration logOutTime{10'000};
+
+std::string messageItems(const IMAPClient& client) {
+    std::string items(headerItems);
+    if (client.has("X-GM-EXT-1")) items += gmailItem;
+    return items;
+}
+
+bool isSelectable(const IMAPMailbox& mailbox) {
+    return std::ranges::none_of(mailbox.attributes, [](const std::string& attribute) {
+        return text::equalsIgnoringCase(attribute, "\\noselect") ||
+               text::equalsIgnoringCase(attribute, "\\nonexistent");
+    });
+}
+
+/// Messages whose snippet is in the same section and of the same kind; one command serves them all.
+struct SnippetGroup {
+    std::string section;
+    int limit = plainSnippetBytes;
+    friend auto operator<=>(const SnippetGroup&, const SnippetGroup&) = default;
+};
+
+struct Wanted {
+    SyncedMessage* message;
+    IMAPBodyPart part;
+};
+
+using SnippetPlan = std::map<SnippetGroup, std::vector<Wanted>>;
+
+SnippetPlan planSnippets(std::vector<SyncedMessage>& messages) {
+    SnippetPlan plan;
+    for (SyncedMessage& message : messages) {
+        auto part = message.bodyStructure ? snippetPart(*message.bodyStructure) : std::nullopt;
+        if (!part) continue;
+        SnippetGroup group;
+        group.section = part->section;
+        group.limit = part->subtype == "html" ? htmlSnippetBytes : plainSnippetBytes;
+        plan[std::move(group)].push_back(Wanted{&message, std::move(*part)});
+    }
+    return plan;
+}
+
+void placeSnippets(std::span<Wanted> wanted, const std::string& section, const std::vector<IMAPFetchResult>& results) {
+    std::map<std::uint32_t, const Bytes*> beginnings;
+    for (const IMAPFetchResult& result : results) {
+        const auto found = result.sections.find(section);
+        if (result.uid && found != result.sections.end()) beginnings[*result.uid] = &found->second;
+    }
+    for (Wanted& one : wanted) {
+        const auto found = beginnings.find(one.message->uid);
+        if (found != beginnings.end()) one.message->snippet = snippetOf(*found->second, one.part);
+    }
+}
+
+}
+
+SyncEngine::SyncEngine(UUID accountID, ServerConfig server, CredentialSource credential, Clock& clock,
+                       const Executor& io)
+    : accountID_(accountID),
+      server_(std::move(server)),
+      credential_(std::move(credential)),
+      clock_(clock),
+      strand_(makeStrand(io)) {}
+
+// --- Sessions ----------------------------------------------------------------------------------------------------
+
+Async<std::shared_ptr<IMAPClient>> SyncEngine::connectedClient() {
+    return runOn(strand_, [this]() -> Async<Client> {
+        std::optional<MailCredential> credential;
+        if (!client_) {
+            credential = co_await credential_();
+            // Another operation may have been faster.
+            if (!client_) client_ = std::make_shared<IMAPClient>(strand_, clock_, server_, *credential);
+        }
+        Client client = client_;
+        co_return co_await openClient(std::move(client), std::move(credential));
+    });
+}
+
+/// Connects where that is needed, with a credential of now.
+Async<SyncEngine::Client> SyncEngine::openClient(Client client, std::optional<MailCredential> credential) {
+    co_await client->locked([this, &client, &credential]() -> Async<void> {
+        if (client->isConnected()) co_return;
+        if (!credential) credential = co_await credential_();
+        client->setCredential(std::move(*credential));
+        co_await client->connect();
+    });
+    co_return client;
+}
+
+Async<void> SyncEngine::disconnect() {
+    return runOn(strand_, [this]() -> Async<void> {
+        Client commands = std::exchange(client_, nullptr);
+        Client idle = std::exchange(idleClient_, nullptr);
+        if (commands) co_await logOut(std::move(commands));
+        if (idle) co_await logOut(std::move(idle));
+    });
+}
+
+Async<void> SyncEngine::logOut(Client client) {
+    try {
+        co_await within(clock_, logOutTime, [&client] {
+            return client->locked([&client]() -> Async<void> { co_await client->execute("LOGOUT"); });
+        });
+    } catch (const std::exception&) {
+        // The session ends with the connection then.
+    }
+    co_await client->close();
+}
+
+Async<std::vector<std::uint32_t>> SyncEngine::search(const Client& client, const std::string& path,
+                                                     std::string criteria) {
+    co_return co_await client->locked([&] { return client->search(path, std::move(criteria)); });
+}
+
+Async<std::vector<IMAPFetchResult>> SyncEngine::uidFetch(const Client& client, const std::string& path, std::string set,
+                                                         std::string items, std::optional<std::uint64_t> changedSince) {
+    co_return co_await client->locked(
+        [&] { return client->uidFetch(path, std::move(set), std::move(items), changedSince); });
+}
+
+// --- Mailboxes ---------------------------------------------------------------------------------------------------
+
+Async<std::vector<ListedMailbox>> SyncEngine::listMailboxes() {
+    return runOn(strand_, [this]() -> Async<std::vector<ListedMailbox>> {
+        const Client client = co_await connectedClient();
+        const std::vector<IMAPMailbox> mailboxes =
+            co_await client->locked([&client] { return client->listMailboxes(); });
+        std::vector<ListedMailbox> listed;
+        for (const IMAPMailbox& mailbox : mailboxes) {
+            ListedMailbox entry;
+            entry.mailbox = mailbox;
+            if (isSelectable(mailbox)) {
+                try {
+                    const auto counts = co_await client->locked([&] { return client->status(mailbox.path); });
+                    entry.messages = counts.messages;
+                    entry.unseen = counts.unseen;
+                } catch (const IMAPError&) {
+                    // One mailbox without counts is no reason to have none of them.
+                }
+            }
+            listed.push_back(std::move(entry));
+        }
+        co_return listed;
+    });
+}
+
+Async<MailboxDelta> SyncEngine::syncMailbox(std::string path, SyncState stored) {
+    return runOn(strand_, [this, path = std::move(path), stored = std::move(stored)]() mutable -> Async<MailboxDelta> {
+        return syncFrom(path, std::move(stored));
+    });
+}
+
+Async<MailboxDelta> SyncEngine::syncFrom(const std::string& path, SyncState stored) {
+    const Client client = co_await connectedClient();
+    MailboxDelta delta;
+    delta.state = co_await client->locked([&] { return client->select(path); });
+    delta.isReset = stored.uidValidity != 0 && stored.uidValidity != delta.state.uidValidity;
+    if (delta.isReset) stored = SyncState();
+    if (delta.state.exists < 1) {
+        delta.vanished = std::move(stored.knownUIDs);
+        co_return delta;
+    }
+    if (stored.knownUIDs.empty()) {
+        delta.newMessages = co_await firstMessages(client, path, delta.state.exists);
+    } else {
+        delta.newMessages = co_await newMessages(client, path, stored, delta.state);
+        co_await readFlags(client, path, stored, delta);
+        co_await readVanished(client, path, stored, delta);
+    }
+    co_await addSnippets(client, path, delta.newMessages);
+    co_return delta;
+}
+
+Async<std::vector<SyncedMessage>> SyncEngine::firstMessages(const Client& client, const std::string& path,
+                                                            std::int64_t exists) {
+    const std::int64_t start = std::max(exists, firstSyncBatch) - (firstSyncBatch - 1);
+    std::string items = messageItems(*client);
+    auto results =
+        co_await client->locked([&] { return client->fetch(path, fmt::format("{}:*", start), std::move(items)); });
+    co_return syncedMessages(std::move(results), clock_.now());
+}
+
+Async<std::vector<SyncedMessage>> SyncEngine::newMessages(const Client& client, const std::string& path,
+                                                          const SyncState& stored, const IMAPSelectedState& state) {
+    if (state.uidNext != 0 && stored.uidNext >= state.uidNext) co_return std::vector<SyncedMessage>();
+    const std::int64_t start =
+        std::max<std::int64_t>(std::ranges::max(stored.knownUIDs) + std::int64_t{1}, stored.uidNext);
+    if (start > std::numeric_limits<std::uint32_t>::max()) co_return std::vector<SyncedMessage>();
+    auto results = co_await uidFetch(client, path, fmt::format("{}:*", start), messageItems(*client));
+    std::vector<SyncedMessage> messages = syncedMessages(std::move(results), clock_.now());
+    // "n:*" always gives the last message, also when its number is lower.
+    std::erase_if(messages, [start](const SyncedMessage& message) { return message.uid < start; });
+    co_return messages;
+}
+
+Async<void> SyncEngine::readFlags(const Client& client, const std::string& path, const SyncState& stored,
+                                  MailboxDelta& delta) {
+    std::optional<std::uint64_t> changedSince;
+    if (client->has("CONDSTORE") && stored.highestModSeq != 0) {
+        changedSince = static_cast<std::uint64_t>(stored.highestModSeq);
+        if (delta.state.highestModSeq == changedSince) co_return;
+    }
+    const auto results = co_await uidFetch(client, path, uidSet(stored.knownUIDs), "UID FLAGS", changedSince);
+    for (const IMAPFetchResult& result : results) {
+        if (result.uid && result.flags) delta.flagChanges.insert_or_assign(*result.uid, *result.flags);
+    }
+}
+
+Async<void> SyncEngine::readVanished(const Client& client, const std::string& path, const SyncState& stored,
+                                     MailboxDelta& delta) {
+    const std::vector<std::uint32_t> found = co_await search(client, path, "UID " + uidSet(stored.knownUIDs));
+    const std::unordered_set<std::uint32_t> existing(found.begin(), found.end());
+    std::ranges::copy_if(stored.knownUIDs, std::back_inserter(delta.vanished),
+                         [&](std::uint32_t uid) { return !existing.contains(uid); });
+}
+
+Async<void> SyncEngine::addSnippets(const Client& client, const std::string& path,
+                                    std::vector<SyncedMessage>& messages) {
+    SnippetPlan plan = planSnippets(messages);
+    for (auto& [group, all] : plan) {
+        std::span<Wanted> rest(all);
+        while (!rest.empty()) {
+            const std::span<Wanted> chunk = rest.first(std::min(rest.size(), snippetChunk));
+            rest = rest.subspan(chunk.size());
+            std::vector<std::uint32_t> uids;
+            for (const Wanted& wanted : chunk) uids.push_back(wanted.message->uid);
+            std::string items = fmt::format("UID BODY.PEEK[{}]<0.{}>", group.section, group.limit);
+            const auto results = co_await uidFetch(client, path, uidSet(uids), std::move(items));
+            placeSnippets(chunk, group.section, results);
+        }
+    }
+}
+
+// --- Messages ----------------------------------------------------------------------------------------------------
+
+Async<std::vector<SyncedMessage>> SyncEngine::fetchWithSnippets(const Client& client, const std::string& path,
+                                                                std::vector<std::uint32_t> uids) {
+    auto results = co_await uidFetch(client, path, uidSet(uids), messageItems(*client));
+    std::vector<SyncedMessage> messages = syncedMessages(std::move(results), clock_.now());
+    co_await addSnippets(client, path, messages);
+    co_return messages;
+}
+
+Async<std::vector<SyncedMessage>> SyncEngine::fetchOlder(std::string path, std::uint32_t oldestUID, std::size_t limit) {
+    return runOn(strand_, [this, oldestUID, limit, path = std::move(path)]() -> Async<std::vector<SyncedMessage>> {
+        if (oldestUID < 2) co_return std::vector<SyncedMessage>();
+        const Client client = co_await connectedClient();
+        auto uids = co_await search(client, path, fmt::format("UID 1:{}", oldestUID - 1));
+        std::ranges::sort(uids);
+        if (uids.size() > limit) uids.erase(uids.begin(), uids.end() - static_cast<std::ptrdiff_t>(limit));
+        if (uids.empty()) co_return std::vector<SyncedMessage>();
+        co_return co_await fetchWithSnippets(client, path, std::move(uids));
+    });
+}
+
+Async<std::vector<SyncedMessage>> SyncEngine::fetchMessages(std::string path, std::vector<std::uint32_t> uids) {
+    return runOn(strand_,
+                 [this, path = std::move(path), uids = std::move(uids)]() -> Async<std::vector<SyncedMessage>> {
+                     if (uids.empty()) co_return std::vector<SyncedMessage>();
+                     const Client client = co_await connectedClient();
+                     co_return co_await fetchWithSnippets(client, path, uids);
+                 });
+}
+
+Async<Bytes> SyncEngine::fetchRawMessage(std::string path, std::uint32_t uid) {
+    return runOn(strand_, [this, uid, path = std::move(path)]() -> Async<Bytes> {
+        const Client client = co_await connectedClient();
+        auto results = co_await uidFetch(client, path, std::to_string(uid), std::string(wholeMessageItems));
+        for (IMAPFetchResult& result : results) {
+            const auto whole = result.sections.find("");
+            if (result.uid == uid && whole != result.sections.end()) co_return std::move(whole->second);
+        }
+        throw IMAPError::unexpected(fmt::format("message {} is gone", uid));
+    });
+}
+
+Async<std::map<std::uint32_t, Bytes>> SyncEngine::fetchRawMessages(std::string path, std::vector<std::uint32_t> uids) {
+    return runOn(strand_,
+                 [this, path = std::move(path), uids = std::move(uids)]() -> Async<std::map<std::uint32_t, Bytes>> {
+                     std::map<std::uint32_t, Bytes> messages;
+                     if (uids.empty()) co_return messages;
+                     const Client client = co_await connectedClient();
+                     auto results = co_await uidFetch(client, path, uidSet(uids), std::string(wholeMessageItems));
+                     for (IMAPFetchResult& result : results) {
+                         const auto whole = result.sections.find("");
+                         if (result.uid && whole != result.sections.end())
+                             messages.insert_or_assign(*result.uid, std::move(whole->second));
+                     }
+                     co_return messages;
+                 });
+}
+
+Async<std::vector<std::uint32_t>> SyncEngine::remoteSearch(std::string path, std::string query) {
+    return runOn(strand_,
+                 [this, path = std::move(path), query = std::move(query)]() -> Async<std::vector<std::uint32_t>> {
+                     const Client client = co_await connectedClient();
+                     std::string criteria = client->has("X-GM-EXT-1") ? "X-GM-RAW " : "TEXT ";
+                     criteria += imapQuoted(query);
+                     co_return co_await search(client, path, std::move(criteria));
+                 });
+}
+
+Async<bool> SyncEngine::moveByMessageID(std::string path, std::string messageID, std::string destination,
+                                        std::optional<std::vector<std::string>> clearFlags) {
+    return runOn(strand_,
+                 [this, path = std::move(path), messageID = std::move(messageID), destination = std::move(destination),
+                  clearFlags = std::move(clearFlags)]() -> Async<bool> {
+                     const Client client = co_await connectedClient();
+                     const auto hits = co_await search(client, path, "HEADER Message-ID " + imapQuoted(messageID));
+                     if (hits.empty()) co_return false;
+                     const std::string set = uidSet(hits);
+                     if (clearFlags) {
+                         co_await client->locked(
+                             [&] { return client->store(path, set, IMAPClient::FlagChange::remove, *clearFlags); });
+                     }
+                     co_await client->locked([&] { return client->moveMessages(path, set, destination); });
+                     co_return true;
+                 });
+}
+
+Async<bool> SyncEngine::deleteByMessageID(std::string path, std::string messageID) {
+    return runOn(strand_, [this, path = std::move(path), messageID = std::move(messageID)]() -> Async<bool> {
+        const Client client = co_await connectedClient();
+        const auto hits = co_await search(client, path, "HEADER Message-ID " + imapQuoted(messageID));
+        if (hits.empty()) co_return false;
+        co_await client->locked([&] { return client->deleteMessages(path, uidSet(hits)); });
+        co_return true;
+    });
+}
+
+// --- Waiting -----------------------------------------------------------------------------------------------------
+
+Async<SyncEngine::Client> SyncEngine::idleClient() {
+    if (idleClient_) co_return idleClient_;
+    const MailCredential credential = co_await credential_();
+    auto client = std::make_shared<IMAPClient>(strand_, clock_, server_, credential);
+    co_await client->locked([&client] { return client->connect(); });
+    idleClient_ = client;
+    co_return client;
+}
+
+Async<bool> SyncEngine::waitForChanges(std::string path, Duration timeout) {
+    return runOn(strand_, [this, timeout, path = std::move(path)]() -> Async<bool> {
+        const Client client = co_await idleClient();
+        if (!client->has("IDLE")) {
+            co_await clock_.wait(std::min(timeout, longestBlindWait));
+            co_return true;
+        }
+        try {
+            co_return co_await client->locked([&] { return client->idle(path, timeout); });
+        } catch (...) {
+            // A cancelled wait leaves a good session. Dropping a bad one closes it.
+            const bool isGood = isCancellation(std::current_exception()) && client->isConnected();
+            if (!isGood && idleClient_ == client) idleClient_.reset();
+            throw;
+        }
+    });
+}
+
+}
