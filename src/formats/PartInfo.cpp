@@ -71,7 +71,7 @@ PartInfo ContentFields::info() const {
     auto& attachment = info.attachment;
     attachment.filename = name.empty() ? defaultFilename(contentType.value) : std::move(name);
     attachment.mimeType = contentType.value.empty() ? "application/octet-stream" : contentType.value;
-    const auto contentID = text::trimmed(id.value_or(""), "<> \t");
+    const auto contentID = id ? text::trimmed(*id, "<> \t") : std::string_view{};
     if (!contentID.empty()) attachment.contentID = contentID;
     attachment.isInline = attachment.contentID && contentDisposition.value != "attachment";
     return info;
