@@ -20,9 +20,8 @@ using Probe = Async<void> (*)(Executor, Clock&, ServerConfig, std::string, std::
 const std::string accepted = "accepted";
 
 /// What the probe ends with: the sentence of its failure, or "accepted".
-std::string outcome(Clock& clock, Probe probe, int port, Security security, const std::string& username = "ada",
-                    const std::string& password = "secret") {
-    Runtime runtime;
+std::string outcome(Runtime& runtime, Clock& clock, Probe probe, int port, Security security,
+                    const std::string& username = "ada", const std::string& password = "secret") {
     const ServerConfig server("localhost", port, security);
     try {
         runtime.run([&] { return probe(runtime.executors().io, clock, server, username, password); });
@@ -54,8 +53,9 @@ void run(const Case& test) {
     SCOPED_TRACE(test.name);
     test::forEachCut([&](Cut cut) {
         SystemClock clock;
+        Runtime runtime;
         ScriptedServer server(test.transcript, {serverSecurity(test.security), cut});
-        EXPECT_EQ(outcome(clock, test.probe, server.port(), test.security), test.expected);
+        EXPECT_EQ(outcome(runtime, clock, test.probe, server.port(), test.security), test.expected);
         EXPECT_EQ(server.verdict(), "");
     });
 }
@@ -131,27 +131,30 @@ TEST(ServerProbe, WhatWasSlippedInBeforeTheUpgradeIsDropped) {
     };
     for (const auto& test : cases) {
         SystemClock clock;
+        Runtime runtime;
         ScriptedServer server(test.transcript);
-        EXPECT_EQ(outcome(clock, test.probe, server.port(), test.security), test.expected) << test.name;
+        EXPECT_EQ(outcome(runtime, clock, test.probe, server.port(), test.security), test.expected) << test.name;
         EXPECT_EQ(server.verdict(), "") << test.name;
     }
 }
 
 TEST(ServerProbe, EscapesTheLoginAndRefusesOneThatCannotBeSent) {
     SystemClock clock;
+    Runtime runtime;
     {
         ScriptedServer server("S: * OK\nC: a1 LOGIN \"a\\\"d\\\\a\" \"\\\\\\\"p\u00e4ss\"\nS: a1 OK\nC: a2 LOGOUT",
                               ScriptedServer::Security::tls);
-        EXPECT_EQ(outcome(clock, probeIMAP, server.port(), Security::tls, "a\"d\\a", "\\\"p\u00e4ss"), accepted);
+        EXPECT_EQ(outcome(runtime, clock, probeIMAP, server.port(), Security::tls, "a\"d\\a", "\\\"p\u00e4ss"),
+                  accepted);
         EXPECT_EQ(server.verdict(), "");
     }
     const std::string nul(1, '\0');
     for (const auto& bad : {std::string("a\r\na3 DELETE INBOX"), std::string("a\n"), std::string("\ra"), "a" + nul})
         for (const Probe probe : {probeIMAP, probeSMTP}) {
             ScriptedServer server("");
-            EXPECT_EQ(outcome(clock, probe, server.port(), Security::startTLS, bad),
+            EXPECT_EQ(outcome(runtime, clock, probe, server.port(), Security::startTLS, bad),
                       words(AccountError::invalidLogin()));
-            EXPECT_EQ(outcome(clock, probe, server.port(), Security::startTLS, "ada", bad),
+            EXPECT_EQ(outcome(runtime, clock, probe, server.port(), Security::startTLS, "ada", bad),
                       words(AccountError::invalidLogin()));
             EXPECT_EQ(server.connections(), 0);
         }
@@ -162,14 +165,15 @@ TEST(ServerProbe, EndsWhateverTheServerSends) {
     std::string lines;
     while (lines.size() < 2 * ProbeStream::byteLimit) lines += "S: 220-more and more and more and more and more\n";
     SystemClock clock;
+    Runtime runtime;
     {
         ScriptedServer server("S> " + flood);
-        EXPECT_EQ(outcome(clock, probeIMAP, server.port(), Security::startTLS),
+        EXPECT_EQ(outcome(runtime, clock, probeIMAP, server.port(), Security::startTLS),
                   words(AccountError::unexpectedResponse("IMAP")));
     }
     {
         ScriptedServer server(lines);
-        EXPECT_EQ(outcome(clock, probeSMTP, server.port(), Security::startTLS),
+        EXPECT_EQ(outcome(runtime, clock, probeSMTP, server.port(), Security::startTLS),
                   words(AccountError::unexpectedResponse("SMTP")));
     }
 }
@@ -177,13 +181,14 @@ TEST(ServerProbe, EndsWhateverTheServerSends) {
 TEST(ServerProbe, ASilentServerIsOneThatCannotBeReached) {
     for (const char* transcript : {"PAUSE", "S: * OK ready\nC: a0 STARTTLS\nS> a0 O\nPAUSE"}) {
         ManualClock clock;
+        Runtime runtime;
         ScriptedServer server(transcript);
         // Every wait that somebody begins lasts as long as it may.
         std::jthread time([&](std::stop_token stop) {
             for (; !stop.stop_requested(); std::this_thread::yield())
                 if (server.connections() > 0 && clock.waiting() > 0) clock.advance(ProbeStream::lineLimit);
         });
-        EXPECT_EQ(outcome(clock, probeIMAP, server.port(), Security::startTLS),
+        EXPECT_EQ(outcome(runtime, clock, probeIMAP, server.port(), Security::startTLS),
                   words(AccountError::cannotConnect("localhost")));
     }
 }
