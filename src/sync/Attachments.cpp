@@ -29,12 +29,14 @@ bool isAttachment(const IMAPBodyPart& part) {
 
 std::vector<AttachmentInfo> attachments(const IMAPBodyStructure& structure) {
     std::vector<AttachmentInfo> found;
-    for (auto& part : flattenedParts(structure)) {
-        if (!isAttachment(part)) continue;
-        auto name = nameOf(part);
+    // The nodes stand in document order.
+    for (const auto& node : structure.nodes()) {
+        const auto* part = std::get_if<IMAPBodyPart>(&node.content);
+        if (part == nullptr || !isAttachment(*part)) continue;
+        auto name = nameOf(*part);
         if (name.empty()) name = trNoted("Name for an attachment that has none", "attachment");
-        found.push_back({std::move(name), part.type + "/" + part.subtype, part.size, std::move(part.section),
-                         std::move(part.contentID)});
+        found.push_back(
+            {std::move(name), part->type + "/" + part->subtype, part->size, part->section, part->contentID});
     }
     return found;
 }

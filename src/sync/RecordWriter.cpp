@@ -231,10 +231,13 @@ void RecordWriter::insertMessages(const std::vector<SyncedMessage>& messages, co
 AppliedDelta RecordWriter::newsOf(MailboxDelta delta, const MailboxRecord& before, const Inserted& inserted) {
     AppliedDelta applied;
     applied.countsAsNews = before.role() == MailboxRole::inbox && before.lastSynced && !delta.isReset;
+    std::vector<SyncedMessage*> unseen;
     for (auto& message : delta.newMessages) {
-        if (inserted.contains(message.uid) && !isSeen(message)) applied.unseen.push_back(std::move(message));
+        if (inserted.contains(message.uid) && !isSeen(message)) unseen.push_back(&message);
     }
-    std::ranges::stable_sort(applied.unseen, std::greater(), &SyncedMessage::date);
+    std::ranges::stable_sort(unseen, std::greater(), &SyncedMessage::date);
+    applied.unseen.reserve(unseen.size());
+    for (auto* message : unseen) applied.unseen.push_back(std::move(*message));
     return applied;
 }
 
