@@ -1,0 +1,12 @@
+#pragma once
+
+#include "Benchmark.h"
+
+#include <vector>
+
+namespace velmo::bench {
+
+/// Reading FETCH responses, against one copy of the same bytes.
+std::vector<Row> benchIMAP();
+
+}

@@ -1,0 +1,173 @@
+#include "terminal/AccountCommands.h"
+
+#include "accounts/AccountDraft.h"
+#include "base/Localisation.h"
+#include "base/Text.h"
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+namespace velmo {
+
+namespace {
+
+struct AddWords {
+    std::string email;
+    std::optional<MailProvider> provider;
+    std::string username;
+    std::optional<ServerConfig> incoming;
+    std::optional<ServerConfig> outgoing;
+    bool passwordFromInput = false;
+};
+
+/// "HOST:PORT:tls" or "HOST:PORT:starttls"; the host may be an IPv6 address in brackets.
+std::optional<ServerConfig> serverFrom(const std::string& text) {
+    const auto securityColon = text.rfind(':');
+    if (securityColon == std::string::npos || securityColon == 0) return std::nullopt;
+    const auto portColon = text.rfind(':', securityColon - 1);
+    if (portColon == std::string::npos || portColon == 0) return std::nullopt;
+    const auto port = text::parseUnsigned32(text.substr(portColon + 1, securityColon - portColon - 1));
+    const std::string security = text::lowered(text.substr(securityColon + 1));
+    if (!port || *port == 0 || *port > 65535 || (security != "tls" && security != "starttls")) return std::nullopt;
+    std::string host = text.substr(0, portColon);
+    if (host.starts_with('[') && host.ends_with(']')) host = host.substr(1, host.size() - 2);
+    return ServerConfig(host, static_cast<int>(*port),
+                        security == "tls" ? ServerConfig::Security::tls : ServerConfig::Security::startTLS);
+}
+
+/// The servers that the person named, else those of the provider, else a guess from the address.
+AccountDraft draftFrom(const AddWords& words) {
+    const auto provider = words.provider ? words.provider : detectedProvider(words.email);
+    AccountDraft draft(provider.value_or(MailProvider::other));
+    draft.email = words.email;
+    draft.username = words.username;
+    if (draft.incoming.host.empty()) {
+        if (const auto guessed = inferredServers(text::trimmedUnicode(words.email))) {
+            draft.incoming = guessed->incoming;
+            draft.outgoing = guessed->outgoing;
+        }
+    }
+    if (words.incoming) draft.incoming = *words.incoming;
+    if (words.outgoing) draft.outgoing = *words.outgoing;
+    return draft;
+}
+
+std::string passwordFor(Session& session, const AddWords& words) {
+    if (words.passwordFromInput) {
+        if (auto line = Console::readLineFromInput()) return std::move(*line);
+        throw CommandError(tr("There was no password on standard input."));
+    }
+    auto typed = session.console.askSecret(tr("Password for {}: ", printable(text::repairedUTF8(words.email))));
+    if (!typed) throw CommandError(tr("There is no terminal to ask for the password; use --password-stdin."));
+    return std::move(*typed);
+}
+
+nlohmann::json jsonOf(const ServerConfig& server) {
+    return {{"host", server.host}, {"port", server.port}, {"security", std::string(rawText(server.security))}};
+}
+
+nlohmann::json jsonOf(const MailAccount& account) {
+    return {{"id", account.id.text()},
+            {"email", account.email},
+            {"provider", std::string(rawText(account.provider))},
+            {"username", account.username},
+            {"incoming", jsonOf(account.incoming)},
+            {"outgoing", jsonOf(account.outgoing)}};
+}
+
+std::string textOf(const ServerConfig& server) {
+    return fmt::format("{}:{} {}", server.host, server.port, rawText(server.security));
+}
+
+Async<void> list(Session& session) {
+    const auto accounts = session.app.accounts().accounts.get();
+    if (session.isJSON()) {
+        auto document = nlohmann::json::array();
+        for (const auto& account : accounts) document.push_back(jsonOf(account));
+        session.print(document);
+        co_return;
+    }
+    if (accounts.empty())
+        session.console.note(tr("There is no account yet. Add one with: velmo accounts add --email YOU@…"));
+    std::vector<std::vector<std::string>> rows;
+    for (const auto& account : accounts)
+        rows.push_back({account.email, name(account.provider), textOf(account.incoming), textOf(account.outgoing)});
+    for (const auto& row : tableLines(rows)) session.console.line(printable(row));
+}
+
+Async<void> add(Session& session, const AddWords& words) {
+    AccountDraft draft = draftFrom(words);
+    draft.password = passwordFor(session, words);
+    AccountStore& store = session.app.accounts();
+    auto showing = store.activity.onChange([&session, &store] {
+        session.console.progress(store.activity->has_value() ? store.activity.get()->label() : std::string{});
+    });
+    const bool added = co_await store.addAccount(std::move(draft));
+    showing.disconnect();
+    session.console.progress({});
+    if (!added) throw CommandError(store.errorMessage->value_or(tr("The account was not added.")));
+    session.tellNotices();
+    const MailAccount account = store.accounts->back();
+    if (session.isJSON())
+        session.print(jsonOf(account));
+    else
+        session.console.line(tr("{} is added. Bring in its mail with: velmo sync", printable(account.email)));
+}
+
+Async<void> remove(Session& session, const std::string& email) {
+    const MailAccount account = accountNamed(session, email);
+    co_await session.app.remove(account.id);
+    session.tellNotices();
+    if (session.isJSON())
+        session.print({{"removed", account.email}});
+    else
+        session.console.line(tr("{} is removed, with its mail and its password.", printable(account.email)));
+}
+
+/// Takes words like "google" and "other".
+void addProviderOption(CLI::App& command, std::shared_ptr<AddWords> words) {
+    std::vector<std::string> names;
+    for (const auto provider : allMailProviders) names.emplace_back(rawText(provider));
+    command
+        .add_option_function<std::string>(
+            "--provider", [words](const std::string& word) { words->provider = mailProviderFrom(word); },
+            tr("Who runs the mailbox; worked out from the address by default"))
+        ->check(CLI::IsMember(names));
+}
+
+void addServerOption(CLI::App& command, const char* option, std::string what, std::optional<ServerConfig>& server) {
+    command
+        .add_option_function<std::string>(
+            option, [&server](const std::string& word) { server = serverFrom(word); }, std::move(what))
+        ->type_name("HOST:PORT:tls|starttls")
+        ->check([](const std::string& word) {
+            return serverFrom(word) ? std::string{} : tr("must be HOST:PORT:tls or HOST:PORT:starttls");
+        });
+}
+
+}
+
+void addAccountCommands(CLI::App& program, CommandBody& body) {
+    auto* accounts = program.add_subcommand("accounts", tr("List, add and remove mail accounts"));
+    accounts->require_subcommand(0, 1);
+    accounts->callback([accounts, &body] {
+        if (accounts->get_subcommands().empty()) body = list;
+    });
+
+    auto words = std::make_shared<AddWords>();
+    auto* adding = accounts->add_subcommand("add", tr("Prove an account at its servers, and add it"));
+    adding->add_option("--email", words->email, tr("Address of the account"))->required();
+    addProviderOption(*adding, words);
+    adding->add_option("--username", words->username, tr("Login name, where it is not the address"));
+    addServerOption(*adding, "--imap", tr("Server for incoming mail"), words->incoming);
+    addServerOption(*adding, "--smtp", tr("Server for outgoing mail"), words->outgoing);
+    adding->add_flag("--password-stdin", words->passwordFromInput, tr("Read the password from standard input"));
+    adding->callback([words, &body] { body = [words](Session& session) { return add(session, *words); }; });
+
+    auto email = std::make_shared<std::string>();
+    auto* removing = accounts->add_subcommand("remove", tr("Remove an account with its local mail"));
+    removing->add_option("EMAIL", *email, tr("Address of the account"))->required();
+    removing->callback([email, &body] { body = [email](Session& session) { return remove(session, *email); }; });
+}
+
+}

@@ -1,0 +1,14 @@
+#pragma once
+
+#include "terminal/Session.h"
+
+namespace CLI {
+class App;
+}
+
+namespace velmo {
+
+/// `accounts`, `accounts add` and `accounts remove`. Parsing sets `body` when one of them was asked for.
+void addAccountCommands(CLI::App& program, CommandBody& body);
+
+}

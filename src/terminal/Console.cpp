@@ -1,0 +1,209 @@
+#include "terminal/Console.h"
+
+#include "base/Text.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cwchar>
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <unicode/uchar.h>
+#include <unistd.h>
+
+namespace velmo {
+
+namespace {
+
+const char* code(Console::Style style) {
+    switch (style) {
+    case Console::Style::bold: return "1";
+    case Console::Style::dim: return "2";
+    case Console::Style::red: return "31";
+    case Console::Style::green: return "32";
+    case Console::Style::yellow: return "33";
+    case Console::Style::cyan: return "36";
+    case Console::Style::plain: break;
+    }
+    return "0";
+}
+
+bool isTerminal(std::FILE* stream) {
+    return isatty(fileno(stream)) == 1;
+}
+
+std::size_t columnsOf(char32_t c) {
+    const auto point = static_cast<UChar32>(c);
+    switch (u_charType(point)) {
+    case U_NON_SPACING_MARK:
+    case U_ENCLOSING_MARK:
+    case U_FORMAT_CHAR: return 0;
+    default: break;
+    }
+    const auto width = u_getIntPropertyValue(point, UCHAR_EAST_ASIAN_WIDTH);
+    return width == U_EA_WIDE || width == U_EA_FULLWIDTH ? 2 : 1;
+}
+
+/// Marks that turn the direction of the text around them, and so make it look like another one.
+bool reordersText(char32_t c) {
+    return (c >= 0x202A && c <= 0x202E) || (c >= 0x2066 && c <= 0x2069) || c == 0x200E || c == 0x200F || c == 0x061C;
+}
+
+/// Turns the echo of a terminal off for as long as it lives.
+class EchoOff {
+  public:
+    explicit EchoOff(int descriptor) : descriptor_(descriptor) {
+        if (tcgetattr(descriptor_, &before_) != 0) return;
+        termios silent = before_;
+        silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+        silent.c_lflag |= ECHONL;
+        changed_ = tcsetattr(descriptor_, TCSAFLUSH, &silent) == 0;
+    }
+    ~EchoOff() {
+        if (changed_) tcsetattr(descriptor_, TCSAFLUSH, &before_);
+    }
+    EchoOff(const EchoOff&) = delete;
+    EchoOff& operator=(const EchoOff&) = delete;
+
+  private:
+    int descriptor_;
+    termios before_{};
+    bool changed_ = false;
+};
+
+/// Reads up to a line feed, which is dropped; absent when the end comes first and nothing was read.
+std::optional<std::string> readLine(int descriptor) {
+    std::string text;
+    char c = 0;
+    for (;;) {
+        const ssize_t count = read(descriptor, &c, 1);
+        if (count < 0 && errno == EINTR) continue;
+        if (count <= 0) return text.empty() ? std::nullopt : std::optional(text);
+        if (c == '\n') return text;
+        text += c;
+    }
+}
+
+}
+
+Console::Console(std::FILE* out, std::FILE* err)
+    : out_(out),
+      err_(err),
+      outIsTerminal_(velmo::isTerminal(out)),
+      errIsTerminal_(velmo::isTerminal(err)),
+      outHasColour_(outIsTerminal_ && std::getenv("NO_COLOR") == nullptr) {}
+
+void Console::line(std::string_view text) {
+    progress({});
+    std::fwrite(text.data(), 1, text.size(), out_);
+    std::fputc('\n', out_);
+}
+
+void Console::bytes(BytesView bytes) {
+    progress({});
+    std::fwrite(bytes.data(), 1, bytes.size(), out_);
+}
+
+void Console::note(std::string_view text) {
+    progress({});
+    std::fflush(out_);
+    std::fwrite(text.data(), 1, text.size(), err_);
+    std::fputc('\n', err_);
+}
+
+void Console::progress(std::string_view text) {
+    if (!errIsTerminal_ || (text.empty() && !progressShows_)) return;
+    std::fputs("\r\033[K", err_);
+    const auto cut = fitted(text, std::min(width() - 1, columns(text)));
+    std::fwrite(cut.data(), 1, cut.size(), err_);
+    std::fflush(err_);
+    progressShows_ = !text.empty();
+}
+
+std::string Console::styled(Style style, std::string_view text) const {
+    if (!outHasColour_ || style == Style::plain || text.empty()) return std::string(text);
+    return std::string("\033[") + code(style) + 'm' + std::string(text) + "\033[0m";
+}
+
+std::size_t Console::width() const {
+    winsize size{};
+    for (std::FILE* stream : {out_, err_})
+        if (ioctl(fileno(stream), TIOCGWINSZ, &size) == 0 && size.ws_col >= 20) return size.ws_col;
+    return 100;
+}
+
+std::optional<std::string> Console::askSecret(std::string_view prompt) {
+    const int terminal = open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (terminal < 0) return std::nullopt;
+    std::optional<std::string> secret;
+    {
+        const EchoOff silent(terminal);
+        if (write(terminal, prompt.data(), prompt.size()) >= 0) secret = readLine(terminal);
+    }
+    close(terminal);
+    return secret;
+}
+
+std::optional<std::string> Console::readLineFromInput() {
+    return readLine(STDIN_FILENO);
+}
+
+std::string printable(std::string_view utf8, Lines lines) {
+    std::string out;
+    out.reserve(utf8.size());
+    for (std::size_t i = 0; i < utf8.size();) {
+        const std::size_t start = i;
+        const char32_t c = text::nextCodePoint(utf8, i);
+        if (c == '\n' || c == '\t')
+            out += lines == Lines::kept ? static_cast<char>(c) : ' ';
+        else if (c < 0x20 || (c >= 0x7F && c < 0xA0) || reordersText(c))
+            continue;
+        else if (c == 0xFFFD)
+            text::appendUTF8(out, c);
+        else
+            out += utf8.substr(start, i - start);
+    }
+    return out;
+}
+
+std::size_t columns(std::string_view utf8) {
+    std::size_t count = 0;
+    for (std::size_t i = 0; i < utf8.size();) count += columnsOf(text::nextCodePoint(utf8, i));
+    return count;
+}
+
+std::string fitted(std::string_view utf8, std::size_t count) {
+    const std::size_t whole = columns(utf8);
+    if (whole <= count) return std::string(utf8) + std::string(count - whole, ' ');
+    std::size_t used = 0, end = 0;
+    while (end < utf8.size()) {
+        std::size_t next = end;
+        const std::size_t more = columnsOf(text::nextCodePoint(utf8, next));
+        if (used + more + 1 > count) break;
+        used += more;
+        end = next;
+    }
+    std::string out(utf8.substr(0, end));
+    if (used < count) {
+        out += "…";
+        out += std::string(count - used - 1, ' ');
+    }
+    return out;
+}
+
+std::vector<std::string> tableLines(const std::vector<std::vector<std::string>>& rows) {
+    std::vector<std::size_t> widths;
+    for (const auto& row : rows) {
+        widths.resize(std::max(widths.size(), row.size()));
+        for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], columns(row[i]));
+    }
+    std::vector<std::string> lines;
+    for (const auto& row : rows) {
+        std::string& line = lines.emplace_back();
+        for (std::size_t i = 0; i < row.size(); ++i)
+            line += i + 1 == row.size() ? row[i] : fitted(row[i], widths[i]) + "  ";
+    }
+    return lines;
+}
+
+}

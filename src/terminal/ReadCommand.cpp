@@ -1,0 +1,127 @@
+#include "terminal/ReadCommand.h"
+
+#include "base/Localisation.h"
+#include "base/Text.h"
+#include "formats/HTMLText.h"
+#include "formats/HeaderWords.h"
+#include "formats/MailDate.h"
+#include "terminal/AttachmentFiles.h"
+#include "terminal/LocalTime.h"
+#include "terminal/MessageJSON.h"
+
+#include <CLI/CLI.hpp>
+#include <array>
+#include <cstring>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+namespace velmo {
+
+namespace {
+
+struct ReadWords {
+    std::int64_t id = 0;
+    std::string file;
+    std::string directory;
+    bool showsSource = false;
+};
+
+Bytes fileContents(const std::string& path) {
+    std::ifstream stream(path, std::ios::binary);
+    Bytes bytes{std::istreambuf_iterator<char>(stream), {}};
+    if (!stream.is_open() || stream.bad())
+        throw CommandError(tr("{} can't be read: {}.", printable(text::repairedUTF8(path)),
+                              std::error_code(errno, std::generic_category()).message()));
+    return bytes;
+}
+
+Async<Bytes> sourceOf(Session& session, const ReadWords& words) {
+    if (!words.file.empty()) co_return fileContents(words.file);
+    co_await session.app.openMail();
+    auto record = session.app.mail().messages.find(words.id);
+    if (!record) throw CommandError(tr("There is no message {}.", words.id));
+    auto source = co_await session.app.source(std::move(*record));
+    session.tellNotices();
+    co_return source;
+}
+
+std::string headerText(const MIMEField& field) {
+    std::string value = printable(decodeHeaderWords(field.value));
+    if (text::equalsIgnoringCase(field.name, "Date"))
+        if (const auto date = parseDate(field.value)) value = longDate(*date);
+    return value;
+}
+
+void printHeaders(Session& session, const ParsedMessage& message) {
+    constexpr std::array shown{"From", "To", "Cc", "Reply-To", "Date", "Subject"};
+    for (const char* name : shown) {
+        for (const auto& field : message.headers.fields) {
+            if (!text::equalsIgnoringCase(field.name, name)) continue;
+            session.console.line(session.console.styled(Console::Style::cyan, fitted(std::string(name) + ":", 10)) +
+                                 headerText(field));
+        }
+    }
+}
+
+std::string sizeText(std::size_t bytes) {
+    if (bytes < 1000) return tr("{} bytes", bytes);
+    if (bytes < 1'000'000) return fmt::format("{:.1f} kB", static_cast<double>(bytes) / 1e3);
+    return fmt::format("{:.1f} MB", static_cast<double>(bytes) / 1e6);
+}
+
+void printMessage(Session& session, const ParsedMessage& message) {
+    printHeaders(session, message);
+    session.console.line();
+    const std::string body = message.plainText ? *message.plainText
+                             : message.html    ? htmlToPlainText(*message.html)
+                                               : std::string{};
+    session.console.line(printable(body, Lines::kept));
+    if (message.attachments.empty()) return;
+    session.console.line(session.console.styled(
+        Console::Style::bold, trCount("{} attachment:", "{} attachments:", message.attachments.size())));
+    std::vector<std::vector<std::string>> rows;
+    for (const auto& attachment : message.attachments)
+        rows.push_back({"  " + printable(attachment.filename), printable(attachment.mimeType),
+                        sizeText(attachment.data.size()), attachment.isInline ? tr("inline") : std::string{}});
+    for (const auto& line : tableLines(rows)) session.console.line(line);
+}
+
+void save(Session& session, const ParsedMessage& message, const std::string& directory, nlohmann::json& document) {
+    auto saved = nlohmann::json::array();
+    for (const auto& path : saveAttachments(message.attachments, directory)) {
+        saved.push_back(path.string());
+        if (!session.isJSON()) session.console.line(tr("Saved {}", printable(text::repairedUTF8(path.string()))));
+    }
+    document["saved"] = std::move(saved);
+}
+
+Async<void> read(Session& session, const ReadWords& words) {
+    const Bytes source = co_await sourceOf(session, words);
+    if (words.showsSource) {
+        session.console.bytes(source);
+        co_return;
+    }
+    const ParsedMessage message = ParsedMessage::parse(source);
+    auto document = session.isJSON() ? jsonOf(message) : nlohmann::json::object();
+    if (!session.isJSON()) printMessage(session, message);
+    if (!words.directory.empty()) save(session, message, words.directory, document);
+    if (session.isJSON()) session.print(document);
+}
+
+}
+
+void addReadCommand(CLI::App& program, CommandBody& body) {
+    auto words = std::make_shared<ReadWords>();
+    auto* reading = program.add_subcommand("read", tr("Show a message: headers, text and attachments"));
+    auto* id = reading->add_option("ID", words->id, tr("Number of the message in a list"));
+    auto* file = reading->add_option("--file", words->file, tr("Read a message from a file instead"))->excludes(id);
+    id->excludes(file);
+    reading->add_flag("--source", words->showsSource, tr("Write the bytes of the message as they are"));
+    reading->add_option("--save", words->directory, tr("Write the attachments as new files into this directory"));
+    reading->callback([words, id, file, &body] {
+        if (id->count() + file->count() == 0) throw CLI::RequiredError("ID");
+        body = [words](Session& session) { return read(session, *words); };
+    });
+}
+
+}

@@ -1,0 +1,29 @@
+#include "terminal/Session.h"
+
+#include "base/Localisation.h"
+#include "base/Text.h"
+
+#include <nlohmann/json.hpp>
+
+namespace velmo {
+
+void Session::print(const nlohmann::json& document) {
+    console.line(document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace));
+}
+
+void Session::tellNotices() {
+    if (const auto notice = app.keychain().notice()) console.note(*notice);
+}
+
+MailAccount accountNamed(Session& session, const std::string& email) {
+    for (const auto& account : session.app.accounts().accounts.get())
+        if (text::equalsIgnoringCase(account.email, email)) return account;
+    throw CommandError(tr("There is no account {}.", printable(text::repairedUTF8(email))));
+}
+
+std::vector<MailAccount> chosenAccounts(Session& session, const std::optional<std::string>& email) {
+    if (email && !session.app.isShowingSamples()) return {accountNamed(session, *email)};
+    return session.app.mailAccounts();
+}
+
+}

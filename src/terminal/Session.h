@@ -1,0 +1,50 @@
+#pragma once
+
+#include "app/Application.h"
+#include "base/Runtime.h"
+#include "base/UserError.h"
+#include "terminal/Console.h"
+
+#include <functional>
+#include <nlohmann/json_fwd.hpp>
+#include <optional>
+#include <string>
+
+namespace velmo {
+
+/// What a command has to work with.
+struct Session {
+    enum class Output { text, json };
+
+    Session(Application& application, Console& terminal, Output form)
+        : app(application), console(terminal), output(form) {}
+
+    Application& app;
+    Console& console;
+    Output output;
+
+    bool isJSON() const { return output == Output::json; }
+
+    /// The one document of a command with --json, on standard output.
+    void print(const nlohmann::json& document);
+
+    /// Shows what the keychain has to tell the person.
+    void tellNotices();
+};
+
+/// What the command line asked for; runs on the main executor.
+using CommandBody = std::function<Async<void>(Session&)>;
+
+/// A command can't do what was asked, and this is why.
+class CommandError final : public UserError {
+  public:
+    using UserError::UserError;
+};
+
+/// The account of an address, without regard to case. Throws CommandError.
+MailAccount accountNamed(Session& session, const std::string& email);
+
+/// The accounts that an optional --account selects: that one, or all.
+std::vector<MailAccount> chosenAccounts(Session& session, const std::optional<std::string>& email);
+
+}

@@ -1,0 +1,119 @@
+#include "support/MailServers.h"
+
+#include "base/Text.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <fmt/format.h>
+#include <stdexcept>
+#include <unistd.h>
+
+namespace velmo::test {
+
+namespace {
+
+/// Runs a shell command; throws with its output when it fails.
+void run(const std::string& command) {
+    std::FILE* pipe = popen((command + " 2>&1").c_str(), "r"); // NOLINT(cert-env33-c): a test's own words
+    if (pipe == nullptr) throw std::runtime_error("no shell for: " + command);
+    std::string output;
+    std::array<char, 4096> block{};
+    while (const auto count = std::fread(block.data(), 1, block.size(), pipe)) output.append(block.data(), count);
+    if (pclose(pipe) != 0) throw std::runtime_error(command + ": " + output);
+}
+
+std::string script(std::string_view name) {
+    return testFile("servers/" + std::string(name)).string();
+}
+
+}
+
+std::optional<std::string> MailServers::obstacle() {
+    if (geteuid() != 0) return "real mail servers need root to start; run: sudo ./dev test";
+    for (const char* program : {"/usr/sbin/dovecot", "/usr/sbin/postconf"})
+        if (access(program, X_OK) != 0) return std::string(program) + " is not installed";
+    return std::nullopt;
+}
+
+MailServers::MailServers(const std::string& without, RawLog rawLog) : without_(without) {
+    start(rawLog);
+}
+
+MailServers::~MailServers() {
+    try {
+        stop();
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s\n", error.what());
+    }
+}
+
+void MailServers::start(RawLog rawLog) {
+    std::string command = script("start") + " " + directory_.path().string();
+    if (!without_.empty()) command += " --without " + without_;
+    if (rawLog == RawLog::yes) command += " --rawlog";
+    run(command);
+    values_.clear();
+    const std::string environment = contentsOf(directory_ / "env");
+    for (const auto line : text::split(environment, '\n')) {
+        const auto equals = line.find('=');
+        if (equals != std::string_view::npos)
+            values_[std::string(line.substr(0, equals))] = std::string(line.substr(equals + 1));
+    }
+    trust_.emplace("SSL_CERT_FILE", value("CA_FILE"));
+}
+
+void MailServers::stop() {
+    run(script("stop") + " " + directory_.path().string());
+}
+
+void MailServers::restart(RawLog rawLog) {
+    stop();
+    start(rawLog);
+}
+
+std::string MailServers::value(const std::string& name) const {
+    return values_.at(name);
+}
+
+ServerConfig MailServers::imap(ServerConfig::Security security) const {
+    const char* port = security == ServerConfig::Security::tls ? "IMAPS_PORT" : "IMAP_PORT";
+    return {value("MAIL_HOST"), std::stoi(value(port)), security};
+}
+
+ServerConfig MailServers::smtp(ServerConfig::Security security) const {
+    const char* port = security == ServerConfig::Security::tls ? "SMTPS_PORT" : "SMTP_PORT";
+    return {value("MAIL_HOST"), std::stoi(value(port)), security};
+}
+
+void MailServers::fill(int count, int seed) const {
+    run(fmt::format("{} {} {} {}", script("fill"), value("ALICE_MAILDIR"), count, seed));
+}
+
+void MailServers::fill(const std::string& mailbox, int count, int seed) const {
+    const std::string maildir = value("ALICE_MAILDIR") + "/." + text::replacedAll(mailbox, "/", ".");
+    // The servers find a mailbox by its directory; the generator makes what lies below.
+    run(fmt::format("install -d -o mail -g mail -m 700 {} && {} {} {} {}", maildir, script("fill"), maildir, count,
+                    seed));
+}
+
+void MailServers::deliver(const std::string& bytes) {
+    const std::filesystem::path maildir = value("ALICE_MAILDIR");
+    const auto file = maildir / "new" / fmt::format("{}.M{}.test", 1'800'000'000 + delivered_, delivered_);
+    ++delivered_;
+    writeFile(file, bytes);
+    run(fmt::format("chown mail:mail {}", file.string()));
+}
+
+std::vector<std::string> MailServers::clientSessions() const {
+    std::vector<std::filesystem::path> files;
+    for (const auto& entry : std::filesystem::directory_iterator(directory_ / "home/alice/rawlog"))
+        if (entry.path().extension() == ".in") files.push_back(entry.path());
+    std::ranges::sort(files, {}, [](const auto& file) { return std::filesystem::last_write_time(file); });
+    std::vector<std::string> sessions;
+    for (const auto& file : files) sessions.push_back(contentsOf(file));
+    return sessions;
+}
+
+}

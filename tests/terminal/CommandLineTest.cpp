@@ -1,0 +1,134 @@
+#include "terminal/CommandLine.h"
+
+#include "base/Text.h"
+#include "support/EnvironmentGuard.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+namespace velmo { namespace {
+
+using nlohmann::json;
+using testing::HasSubstr;
+
+struct Outcome {
+    int code = 0;
+    std::string out;
+    std::string err;
+};
+
+/// Runs the program in a home of its own.
+class CommandLine : public testing::Test {
+  protected:
+    Outcome run(std::vector<std::string> words) {
+        const std::unique_ptr<std::FILE, int (*)(std::FILE*)> out(std::tmpfile(), std::fclose);
+        const std::unique_ptr<std::FILE, int (*)(std::FILE*)> err(std::tmpfile(), std::fclose);
+        Console console(out.get(), err.get());
+        const int code = runCommandLine(std::move(words), console);
+        return {code, written(out.get()), written(err.get())};
+    }
+
+    json runJSON(std::vector<std::string> words) {
+        words.insert(words.begin(), "--json");
+        const Outcome outcome = run(std::move(words));
+        EXPECT_EQ(outcome.code, 0) << outcome.err;
+        return json::parse(outcome.out);
+    }
+
+    test::TemporaryDirectory home_;
+
+  private:
+    static std::string written(std::FILE* file) {
+        std::string text(static_cast<std::size_t>(std::ftell(file)), '\0');
+        std::rewind(file);
+        text.resize(std::fread(text.data(), 1, text.size(), file));
+        return text;
+    }
+
+    test::EnvironmentGuard guard_{"VELMO_HOME", home_.path().string()};
+};
+
+TEST_F(CommandLine, WrongUsageIsTwoFailureIsOneEachWithASentence) {
+    for (const auto& words :
+         std::vector<std::vector<std::string>>{{},
+                                               {"no-such-command"},
+                                               {"list", "--limit", "0"},
+                                               {"read"},
+                                               {"read", "x"},
+                                               {"accounts", "add"},
+                                               {"accounts", "add", "--email", "a@b.c", "--imap", "host:99999:tls"},
+                                               {"accounts", "add", "--email", "a@b.c", "--provider", "nobody"}}) {
+        const Outcome outcome = run(words);
+        EXPECT_EQ(outcome.code, 2) << testing::PrintToString(words);
+        EXPECT_TRUE(outcome.out.empty());
+        EXPECT_FALSE(outcome.err.empty());
+    }
+    for (const auto& words : std::vector<std::vector<std::string>>{{"sync"},
+                                                                   {"read", "999999"},
+                                                                   {"read", "--file", (home_ / "none.eml").string()},
+                                                                   {"accounts", "remove", "nobody@example.com"},
+                                                                   {"list", "--mailbox", "No/Such"}}) {
+        const Outcome outcome = run(words);
+        EXPECT_EQ(outcome.code, 1) << testing::PrintToString(words);
+        EXPECT_TRUE(outcome.err.ends_with(".\n") || outcome.err.ends_with("…\n")) << outcome.err;
+    }
+    EXPECT_EQ(run({"--help"}).code, 0);
+    EXPECT_THAT(run({"list", "--help"}).out, HasSubstr("--unread"));
+}
+
+TEST_F(CommandLine, ShowsSampleMailUntilThereIsAnAccount) {
+    const Outcome shown = run({"list"});
+    EXPECT_EQ(shown.code, 0);
+    EXPECT_THAT(shown.err, HasSubstr("velmo accounts add"));
+    EXPECT_EQ(shown.out.find('\x1b'), std::string::npos);
+
+    const json rows = runJSON({"list", "--limit", "1000"});
+    ASSERT_GT(rows.size(), 15U);
+    for (const char* key :
+         {"id",     "account",        "mailbox",     "uid",       "messageID", "threadKey", "from",    "to",
+          "cc",     "subject",        "date",        "unread",    "flagged",   "answered",  "snippet", "category",
+          "labels", "hasAttachments", "attachments", "hasInvite", "size"})
+        EXPECT_TRUE(rows[0].contains(key)) << key;
+    for (std::size_t i = 1; i < rows.size(); ++i) EXPECT_GE(rows[i - 1]["date"], rows[i]["date"]);
+
+    const json unread = runJSON({"list", "--unread", "--limit", "1000"});
+    EXPECT_LT(unread.size(), rows.size());
+    for (const auto& row : unread) EXPECT_TRUE(row["unread"]);
+    EXPECT_EQ(runJSON({"list", "--limit", "3"}).size(), 3U);
+    EXPECT_NE(runJSON({"list", "--mailbox", "SENT"}).size(), 0U);
+    EXPECT_GE(runJSON({"mailboxes"}).size(), 4U);
+    EXPECT_TRUE(runJSON({"accounts"}).empty());
+
+    const json message = runJSON({"read", std::to_string(rows[0]["id"].get<int>())});
+    EXPECT_EQ(message["snippet"], rows[0]["snippet"]);
+    EXPECT_TRUE(message["headers"][0].is_array());
+}
+
+TEST_F(CommandLine, ReadsAMessageFromAFileAndSavesWhatItHolds) {
+    const std::string source = "From: =?utf-8?Q?Zo=C3=AB?= <zoe@example.test>\r\nSubject: \x1b[2Jhello\r\n"
+                               "Content-Type: multipart/mixed; boundary=b\r\n\r\n"
+                               "--b\r\nContent-Type: text/plain; charset=iso-8859-1\r\n\r\ngr\xFC\xDF\x1b[31m\r\n"
+                               "--b\r\nContent-Type: application/pdf; name=\"../x.pdf\"\r\n"
+                               "Content-Transfer-Encoding: base64\r\n\r\nJVBERg==\r\n--b--\r\n";
+    const auto file = (home_ / "message.eml").string();
+    test::writeFile(file, source);
+
+    const json message = runJSON({"read", "--file", file, "--save", (home_ / "out").string()});
+    EXPECT_EQ(message["plainText"], "grüß\x1b[31m");
+    EXPECT_EQ(message["html"], nullptr);
+    ASSERT_EQ(message["attachments"].size(), 1U);
+    EXPECT_EQ(message["attachments"][0]["size"], 4);
+    EXPECT_EQ(message["attachments"][0]["sha256"], "315d429b7714cedb6ad04ac31240145257692630457f3c88253c5beceac76027");
+    EXPECT_EQ(test::contentsOf(home_ / "out/_x.pdf"), "%PDF");
+
+    const Outcome shown = run({"read", "--file", file});
+    EXPECT_THAT(shown.out, HasSubstr("Zoë <zoe@example.test>"));
+    EXPECT_THAT(shown.out, HasSubstr("grüß"));
+    EXPECT_EQ(shown.out.find('\x1b'), std::string::npos);
+    EXPECT_EQ(run({"read", "--file", file, "--source"}).out, source);
+}
+
+}}
