@@ -4,7 +4,7 @@
 
 namespace velmo {
 
-/// Where one installation keeps its files (XDG Base Directory Specification 0.8). All of it belongs to one person.
+/// Where one installation keeps its files (XDG Base Directory 0.8, freedesktop.org). All of it belongs to one person.
 ///
 /// `VELMO_HOME=DIR` makes the installation portable: everything lies in config/, data/, cache/, run/ and state/ below
 /// DIR. Otherwise each directory is "velmo-mail" below the XDG base directory of its kind. A base directory that the
