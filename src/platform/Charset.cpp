@@ -238,7 +238,7 @@ constexpr struct {
     {"x-gbk", "gb18030"},         {"gb_2312-80", "gb18030"},      {"x-euc-kr", "euc-kr"},
     {"x-windows-949", "euc-kr"},  {"iso-8859-8-e", "iso-8859-8"}, {"x-mac-romanian", "x-mac-centraleurroman"},
     {"utf8mb4", "utf-8"},         {"unicode", "utf-16"},          {"x-unicode-2-0-utf-8", "utf-8"},
-    {"cn-gb", "gb18030"},         {"cn-big5", "big5-hkscs"},
+    {"cn-gb", "gb18030"},         {"cn-big5", "big5-hkscs"},      {"big5_tw", "big5-hkscs"},
 };
 
 /// Charsets that mail means more by than their registration says.
