@@ -227,7 +227,7 @@ std::vector<Row> benchWriter() {
         peer = std::min(peer, timePlain(rows));
     }
     Row row;
-    row.name = "10,000 new messages in one delta / the same rows by prepared SQLite";
+    row.name = "10,000 new messages in one delta";
     row.ours = ours;
     row.peer = peer;
     row.unit = "ms";
