@@ -5,7 +5,6 @@
 #include "records/Labels.h"
 #include "records/MessageRecord.h"
 
-#include <array>
 #include <gtest/gtest.h>
 
 namespace velmo { namespace {
@@ -54,66 +53,26 @@ TEST(CategoryTest, TheFirstRuleThatHitsDecides) {
 }
 
 TEST(CategoryTest, EveryPhraseIsFound) {
-    constexpr std::array security{"verification code",
-                                  "login code",
-                                  "signin code",
-                                  "sign in code",
-                                  "sign-in code",
-                                  "security code",
-                                  "one-time code",
-                                  "one time code",
-                                  "confirmation code",
-                                  "security alert",
-                                  "new sign-in",
-                                  "new signin",
-                                  "new login",
-                                  "reset your password",
-                                  "change your password",
-                                  "password reset",
-                                  "two-factor",
-                                  "two factor",
-                                  "2FA",
-                                  "verify your email",
-                                  "verify your account",
-                                  "verify your identity",
-                                  "confirm login",
-                                  "confirm your login",
-                                  "confirm your business account login",
-                                  "suspicious",
-                                  "app password",
-                                  "secure link"};
-    constexpr std::array receipts{"receipt",
-                                  "invoice",
-                                  "order confirmation",
-                                  "order confirmed",
-                                  "order #",
-                                  "your order",
-                                  "payment received",
-                                  "payment confirmation",
-                                  "payment successful",
-                                  "payment failed",
-                                  "amount paid",
-                                  "you paid",
-                                  "purchase",
-                                  "subscription renewed",
-                                  "subscription renewal",
-                                  "subscription confirmation",
-                                  "refund",
-                                  "billing statement",
-                                  "statement is ready",
-                                  "statement is available"};
-    constexpr std::array newsletters{"newsletter", "weekly digest", "digest", "issue #12",
-                                     "issue 12",   "this week in",  "roundup"};
-    constexpr std::array promotions{"20% off",       "20 % off",     "sale",         "deal",         "deals",
-                                    "offer",         "discount",     "save up to",   "save 5",       "free trial",
-                                    "limited time",  "limited-time", "exclusive",    "introducing",  "launch",
-                                    "launched",      "launching",    "webinar",      "invitation",   "you're invited",
-                                    "youre invited", "new arrivals", "last chance",  "black friday", "cyber monday",
-                                    "coupon",        "promo",        "early access", "don't miss",   "dont miss",
-                                    "special",       "upgrade now",  "upgrade today"};
-    const auto expectAll = [](const auto& phrases, Category expected) {
-        for (const std::string phrase : phrases) {
-            EXPECT_EQ(categorise("a@b.example", "Re: (" + phrase + ")", "", true), expected) << phrase;
+    constexpr std::string_view security =
+        "verification code|login code|signin code|sign in code|sign-in code|security code|one-time code|"
+        "one time code|confirmation code|security alert|new sign-in|new signin|new login|reset your password|"
+        "change your password|password reset|two-factor|two factor|2FA|verify your email|verify your account|"
+        "verify your identity|confirm login|confirm your login|confirm your business account login|"
+        "suspicious|app password|secure link";
+    constexpr std::string_view receipts =
+        "receipt|invoice|order confirmation|order confirmed|order #|your order|payment received|"
+        "payment confirmation|payment successful|payment failed|amount paid|you paid|purchase|"
+        "subscription renewed|subscription renewal|subscription confirmation|refund|billing statement|"
+        "statement is ready|statement is available";
+    constexpr std::string_view newsletters = "newsletter|weekly digest|digest|issue #12|issue 12|this week in|roundup";
+    constexpr std::string_view promotions =
+        "20% off|20 % off|sale|deal|deals|offer|discount|save up to|save 5|free trial|limited time|"
+        "limited-time|exclusive|introducing|launch|launched|launching|webinar|invitation|you're invited|"
+        "youre invited|new arrivals|last chance|black friday|cyber monday|coupon|promo|early access|"
+        "don't miss|dont miss|special|upgrade now|upgrade today";
+    const auto expectAll = [](std::string_view phrases, Category expected) {
+        for (const auto phrase : text::split(phrases, '|')) {
+            EXPECT_EQ(categorise("a@b.example", "Re: (" + std::string(phrase) + ")", "", true), expected) << phrase;
             EXPECT_EQ(categorise("a@b.example", text::raised(phrase), "", true), expected) << phrase;
         }
     };
