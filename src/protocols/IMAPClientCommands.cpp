@@ -228,9 +228,9 @@ Async<std::optional<std::uint32_t>> IMAPClient::append(std::string path, std::op
                      std::string command = "APPEND " + imapQuoted(path);
                      if (flags) command += " (" + joined(*flags) + ")";
                      command += fmt::format(" {{{}}}", message.size());
+                     ContinuationHandler sendMessage = [&message](const std::string&) { return message + "\r\n"; };
                      const auto responses =
-                         co_await execute(std::move(command), Sensitivity::open,
-                                          [&message](const std::string&) { return message + "\r\n"; });
+                         co_await execute(std::move(command), Sensitivity::open, std::move(sendMessage));
                      co_return appendedUID(responses);
                  });
 }

@@ -29,6 +29,9 @@ std::optional<Status> statusFrom(std::string_view word) {
     return std::nullopt;
 }
 
+/// A good start for the items of a message.
+constexpr std::size_t usualNodes = 64;
+
 std::string readableText(BytesView bytes) {
     return std::string(text::trimmedUnicode(text::repairedUTF8(bytes)));
 }
@@ -151,9 +154,9 @@ class ValueReader {
     void readQuoted() {
         cursor_.advance();
         const std::size_t start = cursor_.position();
-        const std::size_t end = tree_.bytes.find_first_of("\"\\", start);
+        const std::size_t end = tree_.bytes.find('"', start);
         if (end == Bytes::npos) throw IMAPParseError::unexpectedEnd();
-        if (tree_.bytes[end] == '\\') return readEscaped();
+        if (BytesView(tree_.bytes).substr(start, end - start).find('\\') != BytesView::npos) return readEscaped();
         append(Kind::string, start, end - start);
         cursor_.advance(end + 1 - start);
     }
@@ -232,6 +235,7 @@ IMAPResponse parseResponse(Bytes bytes) {
     }
     auto tree = std::make_shared<IMAPTree>();
     tree->bytes = std::move(bytes);
+    tree->nodes.reserve(std::min(usualNodes, tree->bytes.size() / 8));
     ValueReader(*tree, start).readAll();
     response.kind_ = IMAPResponse::Kind::untagged;
     response.tree_ = std::move(tree);

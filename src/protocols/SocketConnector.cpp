@@ -2,6 +2,7 @@
 
 #include "base/UserError.h"
 
+#include <algorithm>
 #include <boost/asio/as_tuple.hpp>
 #include <boost/asio/bind_executor.hpp>
 #include <boost/asio/error.hpp>
@@ -126,7 +127,7 @@ Async<Socket> connectFirst(Clock& clock, std::vector<Endpoint> endpoints) {
         if (race->sockets.size() == endpoints.size()) {
             co_await race->changed.wait();
         } else {
-            static_cast<void>(co_await within(clock, attemptDelay, [race] { return race->changed.wait(); }));
+            static_cast<void>(co_await within(clock, attemptDelay, [&race] { return race->changed.wait(); }));
         }
         const auto state = co_await cancellationState;
         if (isCancelled(state)) throw Cancelled();
