@@ -20,6 +20,8 @@ class FileDescriptor {
     }
 
     int get() const { return number_; }
+    /// Hands the descriptor over to someone else, who closes it.
+    int release() { return std::exchange(number_, -1); }
     explicit operator bool() const { return number_ >= 0; }
 
   private:

@@ -8,6 +8,7 @@
 #include <array>
 #include <boost/asio/as_tuple.hpp>
 #include <boost/asio/experimental/awaitable_operators.hpp>
+#include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/ssl/context.hpp>
 #include <boost/asio/ssl/error.hpp>
 #include <boost/asio/ssl/host_name_verification.hpp>
@@ -16,13 +17,14 @@
 #include <boost/asio/use_awaitable.hpp>
 #include <boost/asio/write.hpp>
 #include <optional>
+#include <sys/socket.h>
 
 namespace velmo {
 
 namespace asio = boost::asio;
 namespace ssl = boost::asio::ssl;
 using Error = boost::system::error_code;
-using Socket = connector::Socket;
+using Socket = asio::ip::tcp::socket;
 
 namespace {
 
@@ -67,6 +69,13 @@ class ReceiveBuffer {
     std::size_t start_ = 0;
     std::size_t searched_ = 0;
 };
+
+asio::ip::tcp familyOf(int socket) {
+    sockaddr_storage address{};
+    socklen_t size = sizeof address;
+    getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size);
+    return address.ss_family == AF_INET6 ? asio::ip::tcp::v6() : asio::ip::tcp::v4();
+}
 
 bool isEndOfStream(const Error& error) {
     return error == asio::error::eof || error == ssl::error::stream_truncated;
@@ -173,7 +182,8 @@ class MailConnection::Stream : public std::enable_shared_from_this<Stream> {
         try {
             const auto found = co_await connector::resolve(host_, port_);
             auto endpoints = connector::interleaved(found);
-            socket_ = co_await connector::connectFirst(clock_, std::move(endpoints));
+            FileDescriptor connected = co_await connector::connectFirst(clock_, std::move(endpoints));
+            socket_.assign(familyOf(connected.get()), connected.release());
             socket_.set_option(asio::ip::tcp::no_delay(true));
             socket_.set_option(asio::socket_base::keep_alive(true));
             co_return Error();

@@ -6,6 +6,7 @@
 #include <boost/asio/as_tuple.hpp>
 #include <boost/asio/bind_executor.hpp>
 #include <boost/asio/error.hpp>
+#include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/this_coro.hpp>
 #include <boost/asio/use_awaitable.hpp>
@@ -16,6 +17,7 @@ namespace velmo::connector {
 
 namespace asio = boost::asio;
 using Error = boost::system::error_code;
+using Socket = asio::ip::tcp::socket;
 
 namespace {
 
@@ -62,8 +64,9 @@ struct Race {
 void startAttempt(const std::shared_ptr<Race>& race, const Endpoint& endpoint) {
     const std::size_t index = race->sockets.size();
     race->sockets.push_back(std::make_unique<Socket>(race->executor));
-    race->sockets.back()->async_connect(endpoint,
-                                        asio::bind_executor(race->executor, [race, index](const Error& error) {
+    const asio::ip::tcp::endpoint target(asio::ip::make_address(endpoint.address),
+                                         static_cast<asio::ip::port_type>(endpoint.port));
+    race->sockets.back()->async_connect(target, asio::bind_executor(race->executor, [race, index](const Error& error) {
                                             if (error) return race->fail(error);
                                             if (!race->winner) race->winner = index;
                                             race->changed.raise();
@@ -88,17 +91,17 @@ struct Losers {
 }
 
 Async<std::vector<Endpoint>> resolve(std::string host, int port) {
-    Error notLiteral;
-    const auto literal = asio::ip::make_address(host, notLiteral);
-    const auto portNumber = static_cast<unsigned short>(port);
-    if (!notLiteral) co_return std::vector<Endpoint>{Endpoint(literal, portNumber)};
+    Error notNumeric;
+    static_cast<void>(asio::ip::make_address(host, notNumeric));
+    if (!notNumeric) co_return std::vector<Endpoint>(1, Endpoint(host, port));
     const Executor executor = co_await asio::this_coro::executor;
     auto resolution = std::make_shared<Resolution>(executor);
     resolution->resolver.async_resolve(
         host, std::to_string(port), asio::ip::resolver_base::numeric_service,
         asio::bind_executor(executor, [resolution](const Error& error, const auto& results) {
             resolution->error = error;
-            for (const auto& entry : results) resolution->endpoints.push_back(entry.endpoint());
+            for (const auto& entry : results)
+                resolution->endpoints.emplace_back(entry.endpoint().address().to_string(), entry.endpoint().port());
             resolution->done.raise();
         }));
     co_await resolution->done.wait();
@@ -109,7 +112,7 @@ Async<std::vector<Endpoint>> resolve(std::string host, int port) {
 
 std::vector<Endpoint> interleaved(const std::vector<Endpoint>& endpoints) {
     std::vector<Endpoint> six, four, result;
-    for (const Endpoint& endpoint : endpoints) (endpoint.address().is_v6() ? six : four).push_back(endpoint);
+    for (const Endpoint& endpoint : endpoints) (endpoint.isIPv6() ? six : four).push_back(endpoint);
     for (std::size_t i = 0; i < std::max(six.size(), four.size()); ++i) {
         if (i < six.size()) result.push_back(six[i]);
         if (i < four.size()) result.push_back(four[i]);
@@ -117,7 +120,7 @@ std::vector<Endpoint> interleaved(const std::vector<Endpoint>& endpoints) {
     return result;
 }
 
-Async<Socket> connectFirst(Clock& clock, std::vector<Endpoint> endpoints) {
+Async<FileDescriptor> connectFirst(Clock& clock, std::vector<Endpoint> endpoints) {
     auto race = std::make_shared<Race>(co_await asio::this_coro::executor);
     const Losers losers(race);
     while (!race->winner) {
@@ -133,7 +136,7 @@ Async<Socket> connectFirst(Clock& clock, std::vector<Endpoint> endpoints) {
         if (isCancelled(state)) throw Cancelled();
         race->changed.lower();
     }
-    co_return std::move(*race->sockets[*race->winner]);
+    co_return FileDescriptor(race->sockets[*race->winner]->release());
 }
 
 }
