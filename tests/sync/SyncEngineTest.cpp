@@ -144,23 +144,22 @@ TEST(SyncEngine, ReadsMessagesWithTheirSnippets) {
         const std::string htmlPart = R"(("TEXT" "HTML" NIL NIL NIL "QUOTED-PRINTABLE" 40 1))";
         const std::string attached =
             R"(("TEXT" "PLAIN" NIL NIL NIL "7BIT" 40 1 NIL ("ATTACHMENT" ("FILENAME" "a.txt"))))";
-        Rig rig(
-            signInScript() + "C: b3 SELECT \"INBOX\"\nS: b3 OK\n" + "C: b4 UID SEARCH UID 1:19\n" +
-                "S: * SEARCH 12 3 11 10\nS: b4 OK\nC: b5 UID FETCH 10:12 (" + items + ")\n" +
-                "S: * 1 FETCH (UID 10 FLAGS (\\Seen $X) RFC822.SIZE 321 INTERNALDATE \" 1-Mar-2024 10:00:00 +0100\""
-                " BODYSTRUCTURE " +
-                plainPart + " BODY[HEADER.FIELDS (REFERENCES LIST-ID)] {47}\n" +
-                "S: References: <a@b>\nS:  <c@d>\nS: Precedence: Bulk\nS: \nS: )\n" +
-                "S: * 2 FETCH (UID 11 BODYSTRUCTURE (" + attached + htmlPart +
-                " \"MIXED\") ENVELOPE (\"Fri, 1 Mar 2024 12:00:00 +0000\" {9}\nS: =?u?q?x?= ((NIL NIL \"a\" \"b\"))"
-                " NIL NIL NIL NIL NIL NIL \"<m@x>\"))\n" +
-                "S: * 3 FETCH (UID 12 BODYSTRUCTURE " + attached + ")\nS: b5 OK\n" +
-                // Base64 that stops inside a group, and a line break inside it.
-                "C: b6 UID FETCH 10 (UID BODY.PEEK[1]<0.1500>)\n" +
-                "S: * 1 FETCH (UID 10 BODY[1]<0> {17}\nS: R3LDvMOf\nS: ZSBhd\nS: )\nS: b6 OK\n" +
-                "C: b7 UID FETCH 11 (UID BODY.PEEK[2]<0.8000>)\n" +
-                "S: * 2 FETCH (UID 11 BODY[2]<0> \"<p>caf=C3=A9</p>\")\nS: b7 OK\n",
-            clock, cut);
+        Rig rig(signInScript() + "C: b3 SELECT \"INBOX\"\nS: b3 OK\n" + "C: b4 UID SEARCH UID 1:19\n" +
+                    "S: * SEARCH 12 3 11 10\nS: b4 OK\nC: b5 UID FETCH 10:12 (" + items + ")\n" +
+                    "S: * 1 FETCH (UID 10 FLAGS (\\Seen $X) RFC822.SIZE 321 INTERNALDATE \" 1-Mar-2024 10:00:00 +0100\""
+                    " BODYSTRUCTURE " +
+                    plainPart + " BODY[HEADER.FIELDS (REFERENCES LIST-ID)] {47}\n" +
+                    "S: References: <a@b>\nS:  <c@d>\nS: Precedence: Bulk\nS: \nS: )\n" +
+                    "S: * 2 FETCH (UID 11 BODYSTRUCTURE (" + attached + htmlPart +
+                    " \"MIXED\") ENVELOPE (\"Fri, 1 Mar 2024 12:00:00 +0000\" {9}\nS: =?u?q?x?= ((NIL NIL \"a\" \"b\"))"
+                    " NIL NIL NIL NIL NIL NIL \"<m@x>\"))\n" +
+                    "S: * 3 FETCH (UID 12 BODYSTRUCTURE " + attached + ")\nS: b5 OK\n" +
+                    // Base64 that stops inside a group, and a line break inside it.
+                    "C: b6 UID FETCH 10 (UID BODY.PEEK[1]<0.1500>)\n" +
+                    "S: * 1 FETCH (UID 10 BODY[1]<0> {17}\nS: R3LDvMOf\nS: ZSBhd\nS: )\nS: b6 OK\n" +
+                    "C: b7 UID FETCH 11 (UID BODY.PEEK[2]<0.8000>)\n" +
+                    "S: * 2 FETCH (UID 11 BODY[2]<0> \"<p>caf=C3=A9</p>\")\nS: b7 OK\n",
+                clock, cut);
         const auto messages = rig.runtime.run([&] { return rig.engine->fetchOlder("INBOX", 20, 3); });
         ASSERT_EQ(uidsOf(messages), (std::vector<std::uint32_t>{10, 11, 12})) << rig.server.verdict();
         EXPECT_EQ(messages[0].flags, (std::set<std::string>{"$X", "\\Seen"}));
