@@ -24,7 +24,7 @@ class Wire {
         SSL_CTX_set_verify(context_.get(), SSL_VERIFY_PEER, nullptr);
         connectTo(server);
         ssl_.reset(SSL_new(context_.get()));
-        SSL_set_tlsext_host_name(ssl_.get(), server.host.c_str()); // NOLINT(cppcoreguidelines-pro-type-cstyle-cast)
+        SSL_set1_host(ssl_.get(), server.host.c_str());
         SSL_set_fd(ssl_.get(), socket_);
         if (SSL_connect(ssl_.get()) != 1) throw std::runtime_error("no TLS");
     }

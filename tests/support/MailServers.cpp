@@ -94,7 +94,7 @@ void MailServers::fill(int count, int seed) const {
 void MailServers::fill(const std::string& mailbox, int count, int seed) const {
     const std::string maildir = value("ALICE_MAILDIR") + "/." + text::replacedAll(mailbox, "/", ".");
     // The servers find a mailbox by its directory; the generator makes what lies below.
-    run(fmt::format("install -d -o mail -g mail -m 700 {} && {} {} {} {}", maildir, script("fill"), maildir, count,
+    run(fmt::format("install -d -o mail -g mail -m 700 '{0}' && {1} '{0}' {2} {3}", maildir, script("fill"), count,
                     seed));
 }
 
