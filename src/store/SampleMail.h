@@ -5,7 +5,6 @@
 #include "base/Date.h"
 #include "base/UUID.h"
 #include "protocols/IMAPMailbox.h"
-#include "sync/MailboxDelta.h"
 
 #include <cstdint>
 #include <optional>
@@ -42,9 +41,6 @@ std::vector<SampleMessage> sampleMessages(Date now);
 
 /// The source of one of them; absent when there is none.
 std::optional<Bytes> sampleSource(std::string_view mailboxPath, std::uint32_t uid, Date now);
-
-/// What a server would tell of the message when it is synced. Never fails.
-SyncedMessage syncedMessage(const SampleMessage& sample);
 
 /// Stores the sample mailboxes and their messages for `sampleAccountID`. Starts and ends on the caller's executor.
 /// Throws what the writer throws.
