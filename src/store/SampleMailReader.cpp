@@ -105,8 +105,9 @@ IMAPBodyStructure structureOf(BytesView entity, const std::string& section, std:
     if (contentType.value.starts_with(multipart) && boundary && level < maximumLevels) {
         std::vector<IMAPBodyStructure> children;
         for (const BytesView part : partsBetween(body, "--" + std::string(*boundary))) {
-            const std::string number = std::to_string(children.size() + 1);
-            children.push_back(structureOf(part, section.empty() ? number : section + "." + number, level + 1));
+            std::string number = section.empty() ? "" : section + ".";
+            number += std::to_string(children.size() + 1);
+            children.push_back(structureOf(part, number, level + 1));
         }
         return IMAPBodyStructure::multipart(contentType.value.substr(multipart.size()), children);
     }
