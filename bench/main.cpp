@@ -1,4 +1,5 @@
-// Runs every benchmark and prints what this system and its peers did: a table, or JSON with --json.
+// Runs the benchmarks named (mime, imap, writer, sync), or all, and prints what this system and its peers did: a table,
+// or JSON with --json.
 
 #include "bench/IMAPBenchmark.h"
 #include "bench/MIMEBenchmark.h"
@@ -13,6 +14,7 @@
 #include <fmt/format.h>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <set>
 
 namespace velmo::bench { namespace {
 
@@ -54,12 +56,14 @@ void printJSON(const std::vector<Row>& rows) {
 /// The generated corpus of the message benchmark.
 constexpr int corpusSize = 3000;
 
-std::vector<Row> runAll(const std::string& program) {
+/// Runs the matters named, or all of them.
+std::vector<Row> run(const std::string& program, const std::set<std::string>& matters) {
     std::vector<Row> rows;
+    const auto wanted = [&matters](const char* matter) { return matters.empty() || matters.contains(matter); };
     const auto add = [&rows](std::vector<Row> more) {
         rows.insert(rows.end(), std::make_move_iterator(more.begin()), std::make_move_iterator(more.end()));
     };
-    {
+    if (wanted("mime")) {
         const test::TemporaryDirectory corpus;
         const std::string command =
             fmt::format("{} {} {}", test::testFile("servers/fill").string(), corpus.path().string(), corpusSize);
@@ -67,9 +71,9 @@ std::vector<Row> runAll(const std::string& program) {
             throw std::runtime_error("no corpus"); // NOLINT(cert-env33-c,concurrency-mt-unsafe)
         add(benchMIME(corpus.path()));
     }
-    add(benchIMAP());
-    add(benchWriter());
-    add(benchSync(program));
+    if (wanted("imap")) add(benchIMAP());
+    if (wanted("writer")) add(benchWriter());
+    if (wanted("sync")) add(benchSync(program));
     return rows;
 }
 
@@ -80,8 +84,9 @@ int main(int count, char** words) {
     try {
         if (count > 1 && std::strcmp(words[1], "--measure-memory") == 0)
             return measureMemory(std::vector<std::string>(words + 2, words + count));
-        const auto rows = runAll(std::filesystem::canonical("/proc/self/exe").string());
-        const bool asJSON = count > 1 && std::strcmp(words[1], "--json") == 0;
+        std::set<std::string> matters(words + 1, words + count);
+        const bool asJSON = matters.erase("--json") > 0;
+        const auto rows = run(std::filesystem::canonical("/proc/self/exe").string(), matters);
         asJSON ? printJSON(rows) : printTable(rows);
         return std::ranges::all_of(rows, holds) ? 0 : 1;
     } catch (const std::exception& error) {

@@ -7,6 +7,7 @@
 #include <boost/asio/cancellation_signal.hpp>
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/dispatch.hpp>
+#include <boost/asio/experimental/awaitable_operators.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/strand.hpp>
 #include <boost/asio/this_coro.hpp>
@@ -82,6 +83,28 @@ Async<void> runOn(Executor target, Body body) {
     Crossing crossing(std::move(target), std::move(body));
     auto token = asio::use_awaitable;
     co_await asio::async_initiate<const asio::use_awaitable_t<>&, void(std::exception_ptr)>(std::move(crossing), token);
+}
+
+}
+
+namespace detail {
+
+Async<std::exception_ptr> caught(Body body) {
+    try {
+        co_await body();
+        co_return nullptr;
+    } catch (...) {
+        co_return std::current_exception();
+    }
+}
+
+Async<void> runBoth(Body first, Body second) {
+    using namespace asio::experimental::awaitable_operators;
+    auto one = caught(std::move(first));
+    auto other = caught(std::move(second));
+    const std::tuple<std::exception_ptr, std::exception_ptr> ends = co_await (std::move(one) && std::move(other));
+    if (std::get<0>(ends)) std::rethrow_exception(std::get<0>(ends));
+    if (std::get<1>(ends)) std::rethrow_exception(std::get<1>(ends));
 }
 
 }

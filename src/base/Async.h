@@ -38,6 +38,8 @@ Async<void> runOn(Executor target, Body body);
 /// Runs `body` as the outermost coroutine of a spawn. The library waits once more behind it, and would end the
 /// process if a cancellation found it there; so by then cancellation throws no more.
 Async<void> guarded(Body body);
+/// Gives what `body` threw rather than throwing it; nothing when it ended well.
+Async<std::exception_ptr> caught(Body body);
 template <class F>
 using ResultOf = typename std::invoke_result_t<F&>::value_type;
 
@@ -76,6 +78,20 @@ Async<std::invoke_result_t<F&>> callOn(Executor target, F function) {
         });
         co_return std::move(*result);
     }
+}
+
+namespace detail {
+
+Async<void> runBoth(Body first, Body second);
+
+}
+
+/// Runs two operations (callables that give an `Async<void>`) at the same time, in turns on the caller's executor.
+/// Both have always ended when this ends; then it throws what the first threw, or else the second.
+template <class F, class G>
+Async<void> both(F first, G second) {
+    co_await detail::runBoth([&first]() -> Async<void> { co_await first(); },
+                             [&second]() -> Async<void> { co_await second(); });
 }
 
 /// `const auto state = co_await cancellationState;` and then `isCancelled(state)` tell whether the running coroutine

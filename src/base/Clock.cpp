@@ -29,15 +29,6 @@ Async<void> SystemClock::wait(Duration duration) {
 namespace {
 
 /// A race ends with the first success, so both runners catch what they throw and succeed.
-Async<std::exception_ptr> caught(detail::Body body) {
-    try {
-        co_await body();
-        co_return nullptr;
-    } catch (...) {
-        co_return std::current_exception();
-    }
-}
-
 Async<std::exception_ptr> caughtWait(Clock& clock, Duration limit) {
     try {
         co_await clock.wait(limit);

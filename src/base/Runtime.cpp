@@ -11,7 +11,6 @@
 #include <boost/asio/thread_pool.hpp>
 #include <csignal>
 #include <thread>
-#include <vector>
 
 namespace velmo {
 
@@ -25,7 +24,7 @@ struct Runtime::State {
     asio::cancellation_signal signal;
     asio::signal_set signals{io};
     std::atomic<bool> interrupted = false;
-    std::vector<std::jthread> threads;
+    std::jthread ioThread;
     Executors executors;
 };
 
@@ -33,13 +32,13 @@ Runtime::Runtime() : state_(std::make_unique<State>()) {
     // A peer that closes its end must not end the process.
     std::signal(SIGPIPE, SIG_IGN);
     state_->executors = {state_->main.get_executor(), state_->io.get_executor(), state_->background.get_executor()};
-    for (int i = 0; i < 2; ++i) state_->threads.emplace_back([this] { state_->io.run(); });
+    state_->ioThread = std::jthread([this] { state_->io.run(); });
 }
 
 Runtime::~Runtime() {
     state_->io.stop();
     state_->background.stop();
-    state_->threads.clear();
+    state_->ioThread.join();
     state_->background.join();
 }
 

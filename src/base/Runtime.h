@@ -6,8 +6,9 @@
 
 namespace velmo {
 
-/// The threads of a program without a window: the main executor runs on the thread that calls `run`, sockets on two
-/// threads, CPU work on two. Dropping it stops all of them; coroutines that are still waiting are destroyed.
+/// The threads of a program without a window: the main executor runs on the thread that calls `run`, sockets on one
+/// thread (two would hand each connection back and forth), CPU work on two. Dropping it stops all of them; coroutines
+/// that are still waiting are destroyed.
 class Runtime {
   public:
     Runtime();

@@ -214,9 +214,12 @@ char32_t nextCodePoint(std::string_view utf8, std::size_t& position) {
 }
 
 std::string_view firstCodePoints(std::string_view utf8, std::size_t count) {
-    std::size_t position = 0;
-    for (; count > 0 && position < utf8.size(); --count) nextCodePoint(utf8, position);
-    return utf8.substr(0, position);
+    // A code point ends where a byte follows that begins another.
+    for (std::size_t i = 0; i < utf8.size(); ++i) {
+        const bool begins = (static_cast<unsigned char>(utf8[i]) & 0xC0) != 0x80;
+        if (begins && count-- == 0) return utf8.substr(0, i);
+    }
+    return utf8;
 }
 
 bool isUnicodeSpace(char32_t c) {

@@ -15,6 +15,13 @@ namespace {
 constexpr auto npos = std::string_view::npos;
 constexpr std::size_t longestSelector = 200;
 
+/// The library's search for a set of characters is a call for each byte.
+std::size_t firstOf(std::string_view text, char a, char b) {
+    for (std::size_t i = 0; i < text.size(); ++i)
+        if (text[i] == a || text[i] == b) return i;
+    return npos;
+}
+
 std::string_view withoutLeadingSpace(std::string_view text) {
     while (!text.empty()) {
         const auto length = whiteSpaceLength(text, 0);
@@ -31,8 +38,10 @@ bool isSelector(std::string_view text) {
 
 /// The length of the rule "selector { declarations }" at the front; 0 when there stands something else.
 std::size_t styleRuleLength(std::string_view text) {
-    const auto open = text::firstCodePoints(text, longestSelector + 1).find('{');
-    if (open == npos || !isSelector(text.substr(0, open))) return 0;
+    // The selector and its brace take four bytes a character at most.
+    const auto open = text.substr(0, 4 * (longestSelector + 1)).find('{');
+    if (open == npos || text::firstCodePoints(text, longestSelector + 1).size() <= open) return 0;
+    if (!isSelector(text.substr(0, open))) return 0;
     std::size_t depth = 0;
     bool declares = false;
     for (std::size_t i = open; i < text.size(); ++i) {
@@ -78,7 +87,7 @@ std::string unquotedLines(std::string_view text) {
     std::string out;
     out.reserve(text.size() + 1);
     while (!text.empty()) {
-        const auto line = text.substr(0, text.find_first_of("\n\r"));
+        const auto line = text.substr(0, firstOf(text, '\n', '\r'));
         if (!withoutLeadingSpace(line).starts_with('>')) {
             out += line;
             out += '\n';
@@ -88,19 +97,36 @@ std::string unquotedLines(std::string_view text) {
     return out;
 }
 
+std::string cleaned(std::string_view text, std::size_t enough) {
+    const auto content = withoutLeadingStyle(text);
+    if (firstOf(content, '<', '&') == npos) return collapsedWhiteSpace(content, enough);
+    const std::string plain = looksLikeHTML(content) ? htmlToPlainText(content) : std::string(content);
+    return collapsedWhiteSpace(withoutLeadingStyle(decodeEntities(withoutOpenTag(plain))), enough);
+}
+
 }
 
 std::string cleanedPreview(std::string_view text) {
-    const auto content = withoutLeadingStyle(text);
-    if (content.find_first_of("<&") == npos) return collapsedWhiteSpace(content);
-    const std::string plain = looksLikeHTML(content) ? htmlToPlainText(content) : std::string(content);
-    return collapsedWhiteSpace(withoutLeadingStyle(decodeEntities(withoutOpenTag(plain))));
+    return cleaned(text, npos);
+}
+
+namespace {
+
+/// True when no markup, entity or style sheet stands in the text: then its beginning is cleaned by its beginning alone.
+bool isPlainProse(std::string_view text) {
+    const auto start = withoutLeadingSpace(text);
+    return !start.starts_with('@') && text.find('<') == npos && text.find('&') == npos && text.find('{') == npos;
+}
+
 }
 
 std::string snippet(const std::optional<std::string>& plainText, const std::optional<std::string>& html) {
+    // A character takes four bytes at most.
+    constexpr std::size_t enough = 4 * snippetLength;
     const std::string converted = !plainText && html ? htmlToPlainText(*html) : std::string{};
-    const std::string_view source = plainText ? *plainText : converted;
-    const std::string preview = cleanedPreview(collapsedWhiteSpace(unquotedLines(source)));
+    const std::string unquoted = unquotedLines(plainText ? *plainText : converted);
+    const std::string preview =
+        isPlainProse(unquoted) ? collapsedWhiteSpace(unquoted, enough) : cleaned(collapsedWhiteSpace(unquoted), enough);
     return std::string(text::firstCodePoints(preview, snippetLength));
 }
 

@@ -2,6 +2,9 @@
 
 #include "base/Text.h"
 
+#include <algorithm>
+#include <array>
+
 namespace velmo {
 
 std::size_t whiteSpaceLength(std::string_view utf8, std::size_t position) {
@@ -13,19 +16,32 @@ std::size_t whiteSpaceLength(std::string_view utf8, std::size_t position) {
     return text::isUnicodeSpace(text::nextCodePoint(utf8, next)) ? next - position : 0;
 }
 
-std::string collapsedWhiteSpace(std::string_view utf8) {
+namespace {
+
+/// Bytes at which white space may begin; all others are copied in runs.
+constexpr auto maySpace = [] {
+    std::array<bool, 256> table{};
+    for (const std::size_t c : {0x09U, 0x0AU, 0x0BU, 0x0CU, 0x0DU, 0x20U, 0xC2U, 0xE1U, 0xE2U, 0xE3U}) table[c] = true;
+    return table;
+}();
+
+}
+
+std::string collapsedWhiteSpace(std::string_view utf8, std::size_t enough) {
     std::string out;
-    out.reserve(utf8.size());
+    out.reserve(std::min(utf8.size(), enough));
     bool gap = false;
-    for (std::size_t i = 0; i < utf8.size();) {
+    for (std::size_t i = 0; i < utf8.size() && out.size() < enough;) {
         if (const auto length = whiteSpaceLength(utf8, i)) {
             gap = true;
             i += length;
             continue;
         }
+        const std::size_t start = i++;
+        while (i < utf8.size() && !maySpace[static_cast<unsigned char>(utf8[i])]) ++i;
         if (gap && !out.empty()) out += ' ';
         gap = false;
-        out += utf8[i++];
+        out += utf8.substr(start, i - start);
     }
     return out;
 }

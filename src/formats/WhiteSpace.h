@@ -9,6 +9,7 @@ namespace velmo {
 std::size_t whiteSpaceLength(std::string_view utf8, std::size_t position);
 
 /// The text with each run of Unicode white space as one blank, and none at its ends.
-std::string collapsedWhiteSpace(std::string_view utf8);
+/// Stops behind `enough` bytes of the result: what is given is then a beginning of it, at least that long.
+std::string collapsedWhiteSpace(std::string_view utf8, std::size_t enough = std::string_view::npos);
 
 }

@@ -83,17 +83,20 @@ void IMAPClient::closeSession(const Session& session) {
 Async<std::vector<IMAPResponse>> IMAPClient::execute(std::string command, Sensitivity sensitivity,
                                                      ContinuationHandler onContinuation) {
     return runOn(executor_,
-                 [this, sensitivity, command = std::move(command), onContinuation = std::move(onContinuation)]()
-                     -> Async<std::vector<IMAPResponse>> { return converse(command, sensitivity, onContinuation); });
+                 [this, sensitivity, command = std::move(command),
+                  onContinuation = std::move(onContinuation)]() -> Async<std::vector<IMAPResponse>> {
+                     return converse(command, sensitivity, onContinuation, keepUntagged);
+                 });
 }
 
 Async<std::vector<IMAPResponse>> IMAPClient::converse(const std::string& command, Sensitivity sensitivity,
-                                                      const ContinuationHandler& onContinuation) {
+                                                      const ContinuationHandler& onContinuation,
+                                                      const UntaggedHandler& onUntagged) {
     refuseLineBreaks({command});
     const Session session = session_;
     if (!session) throw IMAPError::disconnected();
     try {
-        co_return co_await exchange(session, command, sensitivity, onContinuation);
+        co_return co_await exchange(session, command, sensitivity, onContinuation, onUntagged);
     } catch (const MailConnectionError& error) {
         closeSession(session);
         throw IMAPError::connection(error);
@@ -108,12 +111,17 @@ Async<std::vector<IMAPResponse>> IMAPClient::converse(const std::string& command
 
 Async<std::vector<IMAPResponse>> IMAPClient::exchange(Session session, const std::string& command,
                                                       Sensitivity sensitivity,
-                                                      const ContinuationHandler& onContinuation) {
+                                                      const ContinuationHandler& onContinuation,
+                                                      const UntaggedHandler& onUntagged) {
     const std::string tag = nextTag();
     co_await session->write(tag + " " + command + "\r\n");
     std::vector<IMAPResponse> responses;
     for (;;) {
         IMAPResponse response = co_await session->read(imapReadTimeout);
+        if (onUntagged && response.kind() == IMAPResponse::Kind::untagged) {
+            onUntagged(response);
+            continue;
+        }
         const std::string text = session->withoutSecrets(response.text());
         if (response.kind() == IMAPResponse::Kind::continuation) {
             if (!onContinuation) throw IMAPError::unexpected("continuation for " + tag);

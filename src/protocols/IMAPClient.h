@@ -158,10 +158,16 @@ class IMAPClient {
     void refuseUnfitCredential() const;
 
     std::string nextTag();
+    /// Takes the untagged responses of a command as they come.
+    using UntaggedHandler = std::function<void(const IMAPResponse&)>;
+    inline static const UntaggedHandler keepUntagged{};
+
     Async<std::vector<IMAPResponse>> converse(const std::string& command, Sensitivity sensitivity,
-                                              const ContinuationHandler& onContinuation);
+                                              const ContinuationHandler& onContinuation,
+                                              const UntaggedHandler& onUntagged);
     Async<std::vector<IMAPResponse>> exchange(Session session, const std::string& command, Sensitivity sensitivity,
-                                              const ContinuationHandler& onContinuation);
+                                              const ContinuationHandler& onContinuation,
+                                              const UntaggedHandler& onUntagged);
     void closeSession(const Session& session);
 
     Async<void> ensureSelected(const std::string& path);

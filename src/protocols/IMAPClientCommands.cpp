@@ -143,13 +143,13 @@ Async<std::vector<std::uint32_t>> IMAPClient::search(std::string path, std::stri
 Async<std::vector<IMAPFetchResult>> IMAPClient::fetchResults(std::string path, std::string command) {
     refuseLineBreaks({path, command});
     co_await ensureSelected(path);
-    auto responses = co_await execute(std::move(command));
+    // Read while the server is still sending, and without holding large messages twice.
     std::vector<IMAPFetchResult> results;
-    for (IMAPResponse& response : responses) {
-        // Each response goes as soon as it is read, so that large messages are not held twice.
-        const IMAPResponse current = std::move(response);
-        if (auto result = IMAPFetchResult::read(current.values())) results.push_back(std::move(*result));
-    }
+    const UntaggedHandler take = [&results](const IMAPResponse& response) {
+        if (auto result = IMAPFetchResult::read(response.values())) results.push_back(std::move(*result));
+    };
+    const ContinuationHandler none;
+    co_await converse(command, Sensitivity::open, none, take);
     co_return results;
 }
 

@@ -67,13 +67,20 @@ SnippetPlan planSnippets(std::vector<SyncedMessage>& messages) {
     return plan;
 }
 
-void placeSnippets(std::span<Wanted> wanted, const std::string& section, const std::vector<IMAPFetchResult>& results) {
+/// One command of the plan, and its answer.
+struct SnippetChunk {
+    std::string section;
+    std::span<Wanted> wanted;
+    std::vector<IMAPFetchResult> results;
+};
+
+void placeSnippets(const SnippetChunk& chunk) {
     std::map<std::uint32_t, const Bytes*> beginnings;
-    for (const IMAPFetchResult& result : results) {
-        const auto found = result.sections.find(section);
+    for (const IMAPFetchResult& result : chunk.results) {
+        const auto found = result.sections.find(chunk.section);
         if (result.uid && found != result.sections.end()) beginnings[*result.uid] = &found->second;
     }
-    for (Wanted& one : wanted) {
+    for (Wanted& one : chunk.wanted) {
         const auto found = beginnings.find(one.message->uid);
         if (found != beginnings.end()) one.message->snippet = snippetOf(*found->second, one.part);
     }
@@ -242,21 +249,31 @@ Async<void> SyncEngine::readVanished(const Client& client, const std::string& pa
                          [&](std::uint32_t uid) { return !existing.contains(uid); });
 }
 
+/// Works the answer to one command out while the server is at the next.
 Async<void> SyncEngine::addSnippets(const Client& client, const std::string& path,
                                     std::vector<SyncedMessage>& messages) {
     SnippetPlan plan = planSnippets(messages);
+    SnippetChunk before;
     for (auto& [group, all] : plan) {
         std::span<Wanted> rest(all);
         while (!rest.empty()) {
-            const std::span<Wanted> chunk = rest.first(std::min(rest.size(), snippetChunk));
-            rest = rest.subspan(chunk.size());
+            SnippetChunk chunk;
+            chunk.section = group.section;
+            chunk.wanted = rest.first(std::min(rest.size(), snippetChunk));
+            rest = rest.subspan(chunk.wanted.size());
             std::vector<std::uint32_t> uids;
-            for (const Wanted& wanted : chunk) uids.push_back(wanted.message->uid);
-            std::string items = fmt::format("UID BODY.PEEK[{}]<0.{}>", group.section, group.limit);
-            const auto results = co_await uidFetch(client, path, uidSet(uids), std::move(items));
-            placeSnippets(chunk, group.section, results);
+            for (const Wanted& wanted : chunk.wanted) uids.push_back(wanted.message->uid);
+            const std::string items = fmt::format("UID BODY.PEEK[{}]<0.{}>", group.section, group.limit);
+            const std::string set = uidSet(uids);
+            co_await both([&]() -> Async<void> { chunk.results = co_await uidFetch(client, path, set, items); },
+                          [&before]() -> Async<void> {
+                              placeSnippets(before);
+                              co_return;
+                          });
+            before = std::move(chunk);
         }
     }
+    placeSnippets(before);
 }
 
 // --- Messages ----------------------------------------------------------------------------------------------------
