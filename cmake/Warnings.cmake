@@ -11,6 +11,5 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
         -Wno-dangling-pointer -Wno-mismatched-new-delete)
 else()
     # libstdc++ 12 hides std::expected from clang unless it claims the newer concepts level.
-    add_compile_definitions(__cpp_concepts=202002L)
-    target_compile_options(velmo_warnings INTERFACE -Wno-builtin-macro-redefined -Wno-macro-redefined)
+    add_compile_options(-U__cpp_concepts -D__cpp_concepts=202002L -Wno-builtin-macro-redefined -Wno-macro-redefined)
 endif()

@@ -107,7 +107,8 @@ Async<void> AccountStore::add(MailAccount account, std::string secret) {
 Async<void> AccountStore::remove(UUID accountID) {
     const auto found = position(*accounts, accountID);
     if (found == accounts->end() || !removing_.insert(accountID).second) co_return;
-    const MailAccount account = *found;
+    // A copy, since the list may change while this waits.
+    const MailAccount account = *found; // NOLINT(performance-unnecessary-copy-initialization)
     const std::shared_ptr<void> whenDone(nullptr, [&](void*) { removing_.erase(accountID); });
     co_await withoutCancellation([&]() -> Async<void> {
         // A copy, since the operation may be replaced while it runs.

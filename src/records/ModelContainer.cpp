@@ -108,7 +108,7 @@ std::unique_ptr<ModelContext> ModelContainer::makeContext() {
 }
 
 sigc::connection ModelContainer::onChange(std::function<void(const ModelChanges&)> observer) {
-    return state_->changed.connect(std::move(observer));
+    return state_->changed.connect(observer);
 }
 
 void ModelContainer::committed(ModelChanges changes) {

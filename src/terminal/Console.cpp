@@ -32,6 +32,11 @@ bool isTerminal(std::FILE* stream) {
     return isatty(fileno(stream)) == 1;
 }
 
+/// An empty view may point nowhere, which the C library does not take.
+void put(std::string_view bytes, std::FILE* stream) {
+    if (!bytes.empty()) std::fwrite(bytes.data(), 1, bytes.size(), stream);
+}
+
 std::size_t columnsOf(char32_t c) {
     const auto point = static_cast<UChar32>(c);
     switch (u_charType(point)) {
@@ -95,19 +100,19 @@ Console::Console(std::FILE* out, std::FILE* err)
 
 void Console::line(std::string_view text) {
     progress({});
-    std::fwrite(text.data(), 1, text.size(), out_);
+    put(text, out_);
     std::fputc('\n', out_);
 }
 
 void Console::bytes(BytesView bytes) {
     progress({});
-    std::fwrite(bytes.data(), 1, bytes.size(), out_);
+    put(bytes, out_);
 }
 
 void Console::note(std::string_view text) {
     progress({});
     std::fflush(out_);
-    std::fwrite(text.data(), 1, text.size(), err_);
+    put(text, err_);
     std::fputc('\n', err_);
 }
 
@@ -115,7 +120,7 @@ void Console::progress(std::string_view text) {
     if (!errIsTerminal_ || (text.empty() && !progressShows_)) return;
     std::fputs("\r\033[K", err_);
     const auto cut = fitted(text, std::min(width() - 1, columns(text)));
-    std::fwrite(cut.data(), 1, cut.size(), err_);
+    put(cut, err_);
     std::fflush(err_);
     progressShows_ = !text.empty();
 }
