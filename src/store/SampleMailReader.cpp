@@ -8,6 +8,7 @@
 #include "formats/ParsedMessage.h"
 #include "formats/Preview.h"
 #include "formats/StructuredValue.h"
+#include "sync/FetchedMessages.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -142,12 +143,6 @@ IMAPEnvelope envelopeOf(const MIMEHeaders& headers) {
     return envelope;
 }
 
-bool isMailing(const MIMEHeaders& headers) {
-    const std::string precedence = valueOr(headers, "Precedence", "");
-    return headers.value("List-Unsubscribe") || headers.value("List-Id") ||
-           text::containsIgnoringCase(precedence, "bulk") || text::containsIgnoringCase(precedence, "list");
-}
-
 }
 
 IMAPBodyStructure bodyStructureOf(BytesView source) {
@@ -165,7 +160,7 @@ SyncedMessage syncedMessage(std::uint32_t uid, std::set<std::string> flags, Byte
     message.bodyStructure = bodyStructureOf(source);
     message.references = parseMessageIDs(valueOr(parsed.headers, "References", ""));
     message.snippet = snippet(parsed.plainText, parsed.html);
-    message.isBulk = isMailing(parsed.headers);
+    message.isBulk = marksMailing(parsed.headers);
     return message;
 }
 

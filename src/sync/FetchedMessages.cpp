@@ -2,7 +2,6 @@
 
 #include "base/Text.h"
 #include "formats/HTMLText.h"
-#include "formats/MIMEHeaders.h"
 #include "formats/MessageIDs.h"
 #include "formats/Preview.h"
 #include "formats/TextDecoding.h"
@@ -20,13 +19,6 @@ MIMEHeaders fetchedHeaders(const IMAPFetchResult& result) {
     const auto found = std::ranges::find_if(
         result.sections, [](const auto& section) { return text::startsWithIgnoringCase(section.first, "HEADER"); });
     return found == result.sections.end() ? MIMEHeaders{} : MIMEHeaders::parse(found->second);
-}
-
-bool marksMailing(const MIMEHeaders& headers) {
-    if (headers.value("List-Unsubscribe") || headers.value("List-Id")) return true;
-    const auto precedence = headers.value("Precedence");
-    return precedence &&
-           (text::containsIgnoringCase(*precedence, "bulk") || text::containsIgnoringCase(*precedence, "list"));
 }
 
 SyncedMessage syncedMessage(IMAPFetchResult result, Date now) {
@@ -54,6 +46,13 @@ Bytes decodedBeginning(BytesView beginning, const std::string& encoding) {
     return decodeTransfer(characters, encoding);
 }
 
+}
+
+bool marksMailing(const MIMEHeaders& headers) {
+    if (headers.value("List-Unsubscribe") || headers.value("List-Id")) return true;
+    const auto precedence = headers.value("Precedence");
+    return precedence &&
+           (text::containsIgnoringCase(*precedence, "bulk") || text::containsIgnoringCase(*precedence, "list"));
 }
 
 std::vector<SyncedMessage> syncedMessages(std::vector<IMAPFetchResult> results, Date now) {

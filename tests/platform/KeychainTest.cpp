@@ -136,7 +136,7 @@ void lockDefaultCollection() {
     g_object_unref(secretService);
 }
 
-TEST(KeyringSession, DISABLED_Unlocked) {
+void unlocked() {
     Home home;
     checkOperations(*home.keychain);
     EXPECT_TRUE(home.keychain->add(service, "kept", "secret"));
@@ -150,13 +150,13 @@ TEST(KeyringSession, DISABLED_Unlocked) {
     EXPECT_FALSE(home.keychain->remove(service, "kept"));
 }
 
-TEST(KeyringSession, DISABLED_LockedFromTheStart) {
+void lockedFromTheStart() {
     Home home;
     EXPECT_NE(secretOf(*home.keychain, "kept").find("is locked"), std::string::npos);
     EXPECT_FALSE(home.keychain->add(service, "other", "secret"));
 }
 
-TEST(KeyringSession, DISABLED_ServiceGone) {
+void serviceGone() {
     Home home;
     EXPECT_NE(secretOf(*home.keychain, "kept").find("isn't running"), std::string::npos);
     EXPECT_EQ(home.keychain->notice(), std::nullopt);
@@ -167,7 +167,7 @@ TEST(KeyringSession, DISABLED_ServiceGone) {
     EXPECT_EQ(home.keychain->notice(), std::nullopt);
 }
 
-TEST(KeyringSession, DISABLED_ServiceBack) {
+void serviceBack() {
     Home home;
     EXPECT_EQ(secretOf(*home.keychain, "kept"), "newer") << "an old password came back";
     EXPECT_TRUE(home.keychain->add(service, "kept", "newest"));
@@ -175,27 +175,57 @@ TEST(KeyringSession, DISABLED_ServiceBack) {
     EXPECT_EQ(test::contentsOf(Home::directories().data / "secrets/secrets.json").find("kept"), std::string::npos);
 }
 
-TEST(KeyringSession, DISABLED_NeverHadAService) {
+void neverHadAService() {
     Home home;
     checkOperations(*home.keychain);
     EXPECT_NE(home.keychain->notice(), std::nullopt);
 }
 
+constexpr struct {
+    const char* name;
+    void (*run)();
+} sessionParts[]{
+    {"Unlocked", unlocked},       {"LockedFromTheStart", lockedFromTheStart}, {"ServiceGone", serviceGone},
+    {"ServiceBack", serviceBack}, {"NeverHadAService", neverHadAService},
+};
+
+constexpr const char* partVariable = "VELMO_TEST_KEYRING_PART";
+
+class SessionPart : public testing::Test {
+  public:
+    explicit SessionPart(void (*run)()) : run_(run) {}
+    void TestBody() override { run_(); }
+
+  private:
+    void (*run_)();
+};
+
+/// The parts need a session bus of their own, so a part is a test only of the process that is started for it.
+[[maybe_unused]] const bool isRegistered = [] {
+    const char* wanted = std::getenv(partVariable);
+    for (const auto& part : sessionParts) {
+        if (wanted == nullptr || std::string_view(wanted) != part.name) continue;
+        testing::RegisterTest("KeyringSession", part.name, nullptr, nullptr, __FILE__, __LINE__,
+                              [run = part.run]() -> testing::Test* { return new SessionPart(run); });
+    }
+    return true;
+}();
+
 bool isInstalled(const char* program) {
     return std::system((std::string("command -v ") + program + " >/dev/null 2>&1").c_str()) == 0;
 }
 
-/// Runs one of the tests above on a fresh session bus, after the shell commands of `before`.
-void runInSession(const char* test, const std::string& busOptions, const std::string& before) {
+/// Runs one of the parts above on a fresh session bus, after the shell commands of `before`.
+void runInSession(const char* part, const std::string& busOptions, const std::string& before) {
     const auto self = std::filesystem::read_symlink("/proc/self/exe").string();
+    const EnvironmentGuard named(partVariable, part);
     const std::string command = "dbus-run-session " + busOptions + " -- sh -c '" + before + " exec \"" + self +
-                                "\" --gtest_also_run_disabled_tests --gtest_filter=KeyringSession.DISABLED_" + test +
-                                "' 2>&1";
+                                "\" --gtest_filter=KeyringSession.*' 2>&1";
     FILE* output = popen(command.c_str(), "r");
     ASSERT_NE(output, nullptr);
     std::string text;
     for (int c = fgetc(output); c != EOF; c = fgetc(output)) text.push_back(static_cast<char>(c));
-    EXPECT_EQ(pclose(output), 0) << test << "\n" << text;
+    EXPECT_EQ(pclose(output), 0) << part << "\n" << text;
     EXPECT_NE(text.find("[  PASSED  ] 1 test."), std::string::npos) << text;
 }
 
