@@ -46,6 +46,22 @@ Bytes decodedBeginning(BytesView beginning, const std::string& encoding) {
     return decodeTransfer(characters, encoding);
 }
 
+/// Quoted-printable that stops inside an escape, without what there is of it.
+BytesView withoutBrokenEscape(BytesView bytes) {
+    return bytes.substr(0, bytes.find('=', bytes.size() - std::min<std::size_t>(bytes.size(), 2)));
+}
+
+/// The text of bytes that may stop inside a character, without what there is of it.
+std::string decodedCutText(BytesView bytes, std::string_view charset) {
+    constexpr std::size_t longestRest = 3;
+    for (const auto& encoding : {charsetEncoding(charset).value_or(Charset::utf8()), Charset::utf8()}) {
+        for (std::size_t rest = 0; rest <= std::min(longestRest, bytes.size()); ++rest) {
+            if (auto text = encoding.decoded(bytes.substr(0, bytes.size() - rest))) return *std::move(text);
+        }
+    }
+    return decodeText(bytes, charset);
+}
+
 }
 
 bool marksMailing(const MIMEHeaders& headers) {
@@ -76,9 +92,12 @@ std::optional<IMAPBodyPart> snippetPart(const IMAPBodyStructure& structure) {
 }
 
 std::string snippetOf(BytesView beginning, const IMAPBodyPart& part) {
-    const auto charset = part.parameters.find("charset");
-    const std::string text = decodeText(decodedBeginning(beginning, part.encoding),
-                                        charset == part.parameters.end() ? std::string_view{} : charset->second);
+    const auto parameter = part.parameters.find("charset");
+    const std::string_view charset = parameter == part.parameters.end() ? std::string_view{} : parameter->second;
+    const bool isCut = std::cmp_less(beginning.size(), part.size);
+    if (isCut && part.encoding == "quoted-printable") beginning = withoutBrokenEscape(beginning);
+    const Bytes bytes = decodedBeginning(beginning, part.encoding);
+    const std::string text = isCut ? decodedCutText(bytes, charset) : decodeText(bytes, charset);
     return snippet(part.subtype == "html" ? htmlToPlainText(text) : text, std::nullopt);
 }
 

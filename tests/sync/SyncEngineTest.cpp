@@ -1,6 +1,7 @@
 #include "sync/SyncEngine.h"
 
 #include "protocols/IMAPClientFixture.h"
+#include "sync/FetchedMessages.h"
 
 #include <atomic>
 #include <map>
@@ -174,6 +175,40 @@ TEST(SyncEngine, ReadsMessagesWithTheirSnippets) {
         EXPECT_FALSE(messages[2].snippet);
         EXPECT_EQ(rig.server.verdict(), "");
     });
+}
+
+TEST(SyncEngine, ABeginningThatStopsAnywhereBecomesTheSameText) {
+    const struct {
+        const char* encoding;
+        const char* charset;
+        Bytes whole;
+    } cases[] = {
+        {"8bit", "utf-8", "Grüße, 日本語"},
+        {"8bit", "", "Grüße, 日本語"},
+        {"8bit", "us-ascii", "Grüße, 日本語"},
+        {"base64", "UTF-8", "R3LDvMOfZSwg5pel\r\n5pys6Kqe"},
+        {"quoted-printable", "utf-8", "Gr=C3=BC=C3=9Fe, =\r\n=E6=97=A5=E6=9C=AC=E8=AA=9E"},
+        {"8bit", "shift_jis", "Tokyo, \x93\xFA\x96\x7B\x8C\xEA"},
+    };
+    for (const auto& [encoding, charset, whole] : cases) {
+        IMAPBodyPart part;
+        part.subtype = "plain";
+        part.encoding = encoding;
+        part.size = static_cast<std::int64_t>(whole.size());
+        if (*charset != '\0') part.parameters["charset"] = charset;
+        const std::string text = snippetOf(whole, part);
+        EXPECT_EQ(text.find("本語"), text.size() - 6) << encoding << charset;
+        for (std::size_t size = 0; size < whole.size(); ++size) {
+            const std::string beginning = snippetOf(BytesView(whole).substr(0, size), part);
+            EXPECT_TRUE(text.starts_with(beginning)) << encoding << charset << size << ": " << beginning;
+        }
+    }
+    // What is no cut is taken as it stands.
+    IMAPBodyPart part;
+    part.parameters["charset"] = "utf-8";
+    EXPECT_EQ(snippetOf("caf\xE9", part), "café");
+    part.encoding = "quoted-printable";
+    EXPECT_EQ(snippetOf("a=b", part), "a=b");
 }
 
 TEST(SyncEngine, AsksForSnippetsInChunksBySection) {
