@@ -231,7 +231,8 @@ Async<std::vector<SyncedMessage>> SyncEngine::newMessages(const Client& client, 
 Async<void> SyncEngine::readFlags(const Client& client, const std::string& path, const SyncState& stored,
                                   MailboxDelta& delta) {
     std::optional<std::uint64_t> changedSince;
-    if (client->has("CONDSTORE") && stored.highestModSeq != 0) {
+    // A mailbox that has lost its mod-sequences refuses to be asked by them (RFC 7162 §3.1.2.2).
+    if (client->has("CONDSTORE") && stored.highestModSeq != 0 && delta.state.highestModSeq) {
         changedSince = static_cast<std::uint64_t>(stored.highestModSeq);
         if (delta.state.highestModSeq == changedSince) co_return;
     }

@@ -121,6 +121,15 @@ std::vector<Scenario> scenarios() {
          {},
          {{8, {}}},
          {4}},
+        {"no modification sequences any more, flags of all",
+         "CONDSTORE",
+         stored(7, 10, 40, {3, 4, 8}),
+         selectScript("S: * 3 EXISTS\nS: * OK [NOMODSEQ] none\n" + uids, true) +
+             "C: b4 UID FETCH 3:4,8 (UID FLAGS)\nS: * 3 FETCH (UID 8 FLAGS ())\nS: b4 OK\nC: b5 " + search +
+             "S: b5 OK\n",
+         {},
+         {{8, {}}},
+         {4}},
     };
 }
 
