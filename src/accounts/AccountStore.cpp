@@ -2,7 +2,7 @@
 
 #include "accounts/ServerProbe.h"
 #include "base/Localisation.h"
-#include "base/Text.h"
+#include "platform/CaseFolding.h"
 #include "platform/Log.h"
 
 #include <algorithm>
@@ -218,8 +218,9 @@ Async<bool> AccountStore::addAccount(AccountDraft draft) {
 Async<void> AccountStore::proveAndAdd(AccountDraft draft) {
     const NormalisedLogin login = normalised(draft);
     if (!domainOf(login.email)) throw AccountError::invalidEmail();
-    const bool isKnown = std::ranges::any_of(
-        *accounts, [&](const MailAccount& each) { return text::equalsIgnoringCase(each.email, login.email); });
+    const bool isKnown = std::ranges::any_of(*accounts, [folded = foldedCase(login.email)](const MailAccount& each) {
+        return foldedCase(each.email) == folded;
+    });
     if (isKnown) throw AccountError::duplicate(login.email);
 
     activity = Activity::checking(incomingWord());

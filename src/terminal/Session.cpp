@@ -2,6 +2,7 @@
 
 #include "base/Localisation.h"
 #include "base/Text.h"
+#include "platform/CaseFolding.h"
 
 #include <nlohmann/json.hpp>
 
@@ -17,7 +18,7 @@ void Session::tellNotices() {
 
 MailAccount accountNamed(Session& session, const std::string& email) {
     for (const auto& account : session.app.accounts().accounts.get())
-        if (text::equalsIgnoringCase(account.email, email)) return account;
+        if (foldedCase(account.email) == foldedCase(email)) return account;
     throw CommandError(tr("There is no account {}.", printable(text::repairedUTF8(email))));
 }
 
