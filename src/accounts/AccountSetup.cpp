@@ -1,6 +1,7 @@
 #include "accounts/AccountSetup.h"
 
 #include "base/Localisation.h"
+#include "base/Text.h"
 
 namespace velmo {
 
@@ -19,7 +20,7 @@ void AccountSetup::typeEmail(std::string email) {
     draft.update([&](AccountDraft& edited) {
         edited.email = std::move(email);
         if (edited.provider != MailProvider::other || serversEditedByHand.get()) return;
-        if (auto servers = inferredServers(edited.email)) {
+        if (auto servers = inferredServers(text::trimmedUnicode(edited.email))) {
             edited.incoming = std::move(servers->incoming);
             edited.outgoing = std::move(servers->outgoing);
         }
@@ -48,7 +49,7 @@ std::string AccountSetup::serverNote() const {
     const MailProvider provider = draft->provider;
     if (defaultServers(provider))
         return tr("Filled in for {}; nothing to do here unless its help page says so.", name(provider));
-    if (domainOf(draft->email))
+    if (domainOf(text::trimmedUnicode(draft->email)))
         return tr("Found from your address; change them if your provider gives different ones.");
     return tr("Filled in from your address once you've typed it.");
 }

@@ -104,7 +104,7 @@ TEST(AccountSetup, FillsInServersUntilThePersonEditsThem) {
     setup.choose(MailProvider::other);
     EXPECT_FALSE(setup.showsPicker());
     EXPECT_EQ(setup.serverNote(), "Filled in from your address once you've typed it.");
-    setup.typeEmail("ada@example.org");
+    setup.typeEmail(" ada@example.org\n"); // pasted
     EXPECT_EQ(setup.draft->incoming.host, "imap.example.org");
     EXPECT_EQ(setup.serverNote(), "Found from your address; change them if your provider gives different ones.");
     setup.typeEmail("ada@example.org, no address any more");
