@@ -1,6 +1,7 @@
 #include "terminal/AccountCommands.h"
 
 #include "accounts/AccountDraft.h"
+#include "accounts/AccountError.h"
 #include "base/Localisation.h"
 #include "base/Text.h"
 
@@ -37,12 +38,13 @@ std::optional<ServerConfig> serverFrom(const std::string& text) {
 
 /// The servers that the person named, else those of the provider, else a guess from the address.
 AccountDraft draftFrom(const AddWords& words) {
-    const auto provider = words.provider ? words.provider : detectedProvider(words.email);
+    const auto address = text::trimmedUnicode(words.email);
+    const auto provider = words.provider ? words.provider : detectedProvider(address);
     AccountDraft draft(provider.value_or(MailProvider::other));
     draft.email = words.email;
     draft.username = words.username;
     if (draft.incoming.host.empty()) {
-        if (const auto guessed = inferredServers(text::trimmedUnicode(words.email))) {
+        if (const auto guessed = inferredServers(address)) {
             draft.incoming = guessed->incoming;
             draft.outgoing = guessed->outgoing;
         }
@@ -97,6 +99,8 @@ Async<void> list(Session& session) {
 
 Async<void> add(Session& session, const AddWords& words) {
     AccountDraft draft = draftFrom(words);
+    // Such a provider takes no password; one that is typed here must not go out to it.
+    if (signInKind(draft.provider) == SignInKind::oauth) throw AccountError::signInNotConfigured(draft.provider);
     draft.password = passwordFor(session, words);
     AccountStore& store = session.app.accounts();
     auto showing = store.activity.onChange([&session, &store] {

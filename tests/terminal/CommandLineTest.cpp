@@ -75,6 +75,9 @@ TEST_F(CommandLine, WrongUsageIsTwoFailureIsOneEachWithASentence) {
         EXPECT_EQ(outcome.code, 1) << testing::PrintToString(words);
         EXPECT_TRUE(outcome.err.ends_with(".\n") || outcome.err.ends_with("…\n")) << outcome.err;
     }
+    // Where a page of the provider signs in, nobody is asked for a password.
+    EXPECT_THAT(run({"accounts", "add", "--email", " ada@Outlook.com ", "--password-stdin"}).err,
+                HasSubstr("Outlook sign-in isn't available"));
     EXPECT_EQ(run({"--help"}).code, 0);
     EXPECT_THAT(run({"list", "--help"}).out, HasSubstr("--unread"));
 }
