@@ -105,4 +105,11 @@ std::optional<Duration> ManualClock::nextDue() const {
     return state_->waits.begin()->first.first - state_->elapsed;
 }
 
+bool ManualClock::isDueIn(Duration duration) const {
+    const std::lock_guard lock(state_->mutex);
+    const auto due = state_->elapsed + duration;
+    const auto found = state_->waits.lower_bound({due, 0});
+    return found != state_->waits.end() && found->first.first == due;
+}
+
 }

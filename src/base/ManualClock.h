@@ -25,6 +25,9 @@ class ManualClock final : public Clock {
     /// Time until the earliest wait falls due; absent when nobody waits.
     std::optional<Duration> nextDue() const;
 
+    /// Whether a wait falls due after exactly this time.
+    bool isDueIn(Duration duration) const;
+
   private:
     struct State;
     std::shared_ptr<State> state_;

@@ -82,17 +82,40 @@ std::string_view withoutOpenTag(std::string_view text) {
     return text.substr(0, text.find('<', lastClose == npos ? 0 : lastClose + 1));
 }
 
+/// The lines of a text; a line ends at CR or LF.
+class Lines {
+  public:
+    explicit Lines(std::string_view text) : rest_(text), lineFeed_(rest_.find('\n')) {}
+
+    bool atEnd() const { return rest_.empty(); }
+
+    std::string_view next() {
+        const auto line = rest_.substr(0, std::min(rest_.substr(0, lineFeed_).find('\r'), lineFeed_));
+        const auto length = std::min(rest_.size(), line.size() + 1);
+        rest_.remove_prefix(length);
+        // What is known of the next line feed is kept, since lines may all end with CR.
+        if (lineFeed_ != npos) lineFeed_ = lineFeed_ < length ? rest_.find('\n') : lineFeed_ - length;
+        return line;
+    }
+
+  private:
+    std::string_view rest_;
+    std::size_t lineFeed_;
+};
+
+bool isQuoted(std::string_view line) {
+    return withoutLeadingSpace(line).starts_with('>');
+}
+
 /// The lines of a text that quote nobody, each in front of a line end.
 std::string unquotedLines(std::string_view text) {
     std::string out;
     out.reserve(text.size() + 1);
-    while (!text.empty()) {
-        const auto line = text.substr(0, firstOf(text, '\n', '\r'));
-        if (!withoutLeadingSpace(line).starts_with('>')) {
-            out += line;
-            out += '\n';
-        }
-        text.remove_prefix(std::min(text.size(), line.size() + 1));
+    for (Lines lines(text); !lines.atEnd();) {
+        const auto line = lines.next();
+        if (isQuoted(line)) continue;
+        out += line;
+        out += '\n';
     }
     return out;
 }
@@ -114,19 +137,41 @@ namespace {
 
 /// True when no markup, entity or style sheet stands in the text: then its beginning is cleaned by its beginning alone.
 bool isPlainProse(std::string_view text) {
-    const auto start = withoutLeadingSpace(text);
-    return !start.starts_with('@') && text.find('<') == npos && text.find('&') == npos && text.find('{') == npos;
+    return text.find('<') == npos && text.find('&') == npos && text.find('{') == npos &&
+           text.find("@charset") == npos && text.find("@import") == npos;
+}
+
+/// At least the first `length` bytes of the lines that quote nobody, with single blanks; less when there are no more.
+std::string proseBeginning(std::string_view text, std::size_t length) {
+    std::string out;
+    for (Lines lines(text); !lines.atEnd() && out.size() < length;) {
+        const auto line = lines.next();
+        if (isQuoted(line)) continue;
+        const std::string words = collapsedWhiteSpace(line, length - out.size());
+        if (!out.empty() && !words.empty()) out += ' ';
+        out += words;
+    }
+    return out;
+}
+
+std::string proseSnippet(std::string_view text) {
+    std::string preview = proseBeginning(text, snippetLength + 1);
+    const auto length = text::firstCodePoints(preview, snippetLength).size();
+    if (length < preview.size()) {
+        preview.resize(length);
+        return preview;
+    }
+    // A character takes four bytes at most.
+    return std::string(text::firstCodePoints(proseBeginning(text, 4 * snippetLength), snippetLength));
 }
 
 }
 
 std::string snippet(const std::optional<std::string>& plainText, const std::optional<std::string>& html) {
-    // A character takes four bytes at most.
-    constexpr std::size_t enough = 4 * snippetLength;
     const std::string converted = !plainText && html ? htmlToPlainText(*html) : std::string{};
-    const std::string unquoted = unquotedLines(plainText ? *plainText : converted);
-    const std::string preview =
-        isPlainProse(unquoted) ? collapsedWhiteSpace(unquoted, enough) : cleaned(collapsedWhiteSpace(unquoted), enough);
+    const std::string_view text = plainText ? *plainText : converted;
+    if (isPlainProse(text)) return proseSnippet(text);
+    const std::string preview = cleaned(collapsedWhiteSpace(unquotedLines(text)), 4 * snippetLength);
     return std::string(text::firstCodePoints(preview, snippetLength));
 }
 

@@ -69,7 +69,7 @@ std::string pragmas(const DatabaseOptions& options) {
     case DatabaseOptions::Durability::full: sql += "PRAGMA synchronous=FULL;"; break;
     }
     // After a large commit the log shrinks again; 64 MiB is far beyond what a common one needs.
-    return sql + "PRAGMA journal_size_limit=67108864;PRAGMA temp_store=MEMORY;";
+    return sql + "PRAGMA journal_size_limit=67108864;PRAGMA wal_autocheckpoint=4000;PRAGMA temp_store=MEMORY;";
 }
 
 constexpr const char* notNull(const char* data) {

@@ -89,14 +89,34 @@ Async<std::vector<IMAPResponse>> IMAPClient::execute(std::string command, Sensit
                  });
 }
 
-Async<std::vector<IMAPResponse>> IMAPClient::converse(const std::string& command, Sensitivity sensitivity,
-                                                      const ContinuationHandler& onContinuation,
-                                                      const UntaggedHandler& onUntagged) {
-    refuseLineBreaks({command});
+namespace {
+
+/// How many commands may be sent before one is answered.
+constexpr std::size_t mostInFlight = 4;
+
+const IMAPClient::ContinuationHandler noContinuation;
+
+/// A session that is left while answers are still to come can't be used again.
+struct InFlight {
+    explicit InFlight(std::function<void()> closeSession) : close(std::move(closeSession)) {}
+    ~InFlight() {
+        if (count > 0) close();
+    }
+    InFlight(const InFlight&) = delete;
+    InFlight& operator=(const InFlight&) = delete;
+
+    std::function<void()> close;
+    std::size_t count = 0;
+};
+
+}
+
+template <class F>
+std::invoke_result_t<F&, IMAPClient::Session> IMAPClient::onSession(F conversation) {
     const Session session = session_;
     if (!session) throw IMAPError::disconnected();
     try {
-        co_return co_await exchange(session, command, sensitivity, onContinuation, onUntagged);
+        co_return co_await conversation(session);
     } catch (const MailConnectionError& error) {
         closeSession(session);
         throw IMAPError::connection(error);
@@ -109,12 +129,48 @@ Async<std::vector<IMAPResponse>> IMAPClient::converse(const std::string& command
     }
 }
 
-Async<std::vector<IMAPResponse>> IMAPClient::exchange(Session session, const std::string& command,
-                                                      Sensitivity sensitivity,
+Async<std::vector<IMAPResponse>> IMAPClient::converse(const std::string& command, Sensitivity sensitivity,
                                                       const ContinuationHandler& onContinuation,
                                                       const UntaggedHandler& onUntagged) {
-    const std::string tag = nextTag();
-    co_await session->write(tag + " " + command + "\r\n");
+    refuseLineBreaks({command});
+    const auto exchange = [&](Session session) -> Async<std::vector<IMAPResponse>> {
+        const std::string tag = nextTag();
+        co_await session->write(tag + " " + command + "\r\n");
+        Answer answer = co_await readAnswer(session, tag, command, sensitivity, onContinuation, onUntagged);
+        if (!answer) throw std::move(answer.error());
+        co_return std::move(*answer);
+    };
+    co_return co_await onSession(exchange);
+}
+
+Async<void> IMAPClient::converseInTurn(const std::vector<std::string>& commands, const UntaggedHandler& onUntagged,
+                                       const std::function<void(std::size_t)>& onAnswered) {
+    for (const std::string& command : commands) refuseLineBreaks({command});
+    std::optional<IMAPError> refusal;
+    const auto exchange = [&](Session session) -> Async<void> {
+        std::vector<std::string> tags;
+        InFlight inFlight([this, session] { closeSession(session); });
+        for (std::size_t i = 0; i < commands.size(); ++i) {
+            while (tags.size() < std::min(commands.size(), i + mostInFlight)) {
+                tags.push_back(nextTag());
+                ++inFlight.count;
+                co_await session->write(tags.back() + " " + commands[tags.size() - 1] + "\r\n");
+            }
+            const Answer answer =
+                co_await readAnswer(session, tags[i], commands[i], Sensitivity::open, noContinuation, onUntagged);
+            --inFlight.count;
+            // The answers behind a refusal are read all the same, so that the session goes on.
+            if (!answer && !refusal) refusal = answer.error();
+            if (answer && !refusal) onAnswered(i);
+        }
+    };
+    co_await onSession(exchange);
+    if (refusal) throw std::move(*refusal);
+}
+
+Async<IMAPClient::Answer> IMAPClient::readAnswer(Session session, const std::string& tag, const std::string& command,
+                                                 Sensitivity sensitivity, const ContinuationHandler& onContinuation,
+                                                 const UntaggedHandler& onUntagged) {
     std::vector<IMAPResponse> responses;
     for (;;) {
         IMAPResponse response = co_await session->read(imapReadTimeout);
@@ -137,7 +193,7 @@ Async<std::vector<IMAPResponse>> IMAPClient::exchange(Session session, const std
         const bool isEnd = response.isTagged(tag);
         if (isEnd && response.status() != IMAPResponse::Status::ok) {
             const std::string code = session->withoutSecrets(response.code().value_or(""));
-            throw IMAPError::commandFailed(shownCommand(command, sensitivity), text, code);
+            co_return std::unexpected(IMAPError::commandFailed(shownCommand(command, sensitivity), text, code));
         }
         responses.push_back(std::move(response));
         if (isEnd) co_return responses;

@@ -13,6 +13,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <expected>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -25,6 +26,12 @@
 namespace velmo {
 
 class IMAPSession;
+
+/// Messages by UID, and what of them; see `IMAPClient::uidFetch`.
+struct IMAPFetchRequest {
+    std::string set;
+    std::string items;
+};
 
 /// One session with one IMAP server (RFC 3501).
 ///
@@ -99,6 +106,11 @@ class IMAPClient {
     Async<std::vector<IMAPFetchResult>> uidFetch(std::string path, std::string set, std::string items,
                                                  std::optional<std::uint64_t> changedSince = {});
 
+    /// Several such fetches of one mailbox. The next ones are sent before one is answered, so that the server goes on
+    /// while the client works; `onResults` is given the number of a request and its results, in their order.
+    Async<void> uidFetchEach(std::string path, std::vector<IMAPFetchRequest> requests,
+                             std::function<void(std::size_t, std::vector<IMAPFetchResult>)> onResults);
+
     /// Messages by sequence number.
     Async<std::vector<IMAPFetchResult>> fetch(std::string path, std::string set, std::string items);
 
@@ -162,13 +174,24 @@ class IMAPClient {
     using UntaggedHandler = std::function<void(const IMAPResponse&)>;
     inline static const UntaggedHandler keepUntagged{};
 
+    /// Runs `conversation`, which gives an `Async<T>` for the open session, and closes the session when that is cut
+    /// off.
+    template <class F>
+    std::invoke_result_t<F&, Session> onSession(F conversation);
     Async<std::vector<IMAPResponse>> converse(const std::string& command, Sensitivity sensitivity,
                                               const ContinuationHandler& onContinuation,
                                               const UntaggedHandler& onUntagged);
-    Async<std::vector<IMAPResponse>> exchange(Session session, const std::string& command, Sensitivity sensitivity,
-                                              const ContinuationHandler& onContinuation,
-                                              const UntaggedHandler& onUntagged);
+    /// Several commands, some of them sent ahead (§5.5). `onAnswered` is told the number of each that succeeded, in
+    /// turn, until one is refused; that is thrown when all are answered.
+    Async<void> converseInTurn(const std::vector<std::string>& commands, const UntaggedHandler& onUntagged,
+                               const std::function<void(std::size_t)>& onAnswered);
     void closeSession(const Session& session);
+
+    /// The answer to one command; what stands for a refusal is `commandFailed`.
+    using Answer = std::expected<std::vector<IMAPResponse>, IMAPError>;
+    Async<Answer> readAnswer(Session session, const std::string& tag, const std::string& command,
+                             Sensitivity sensitivity, const ContinuationHandler& onContinuation,
+                             const UntaggedHandler& onUntagged);
 
     Async<void> ensureSelected(const std::string& path);
     Async<std::vector<IMAPFetchResult>> fetchResults(std::string path, std::string command);

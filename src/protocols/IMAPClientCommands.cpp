@@ -164,6 +164,28 @@ Async<std::vector<IMAPFetchResult>> IMAPClient::uidFetch(std::string path, std::
                  });
 }
 
+Async<void> IMAPClient::uidFetchEach(std::string path, std::vector<IMAPFetchRequest> requests,
+                                     std::function<void(std::size_t, std::vector<IMAPFetchResult>)> onResults) {
+    return runOn(executor_,
+                 [this, path = std::move(path), requests = std::move(requests),
+                  onResults = std::move(onResults)]() -> Async<void> {
+                     refuseLineBreaks({path});
+                     co_await ensureSelected(path);
+                     std::vector<std::string> commands;
+                     for (const auto& [set, items] : requests)
+                         commands.push_back(fmt::format("UID FETCH {} ({})", set, items));
+                     std::vector<IMAPFetchResult> results;
+                     const UntaggedHandler take = [&results](const IMAPResponse& response) {
+                         if (auto result = IMAPFetchResult::read(response.values()))
+                             results.push_back(std::move(*result));
+                     };
+                     const std::function<void(std::size_t)> answered = [&](std::size_t number) {
+                         onResults(number, std::exchange(results, {}));
+                     };
+                     co_await converseInTurn(commands, take, answered);
+                 });
+}
+
 Async<std::vector<IMAPFetchResult>> IMAPClient::fetch(std::string path, std::string set, std::string items) {
     return runOn(executor_,
                  [this, path = std::move(path), set = std::move(set),

@@ -30,7 +30,7 @@ std::optional<Status> statusFrom(std::string_view word) {
 }
 
 /// A good start for the items of a message.
-constexpr std::size_t usualNodes = 64;
+constexpr std::size_t usualNodes = 256;
 
 std::string readableText(BytesView bytes) {
     return std::string(text::trimmedUnicode(text::repairedUTF8(bytes)));

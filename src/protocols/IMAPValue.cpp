@@ -2,6 +2,8 @@
 
 #include "base/Text.h"
 
+#include <algorithm>
+
 namespace velmo {
 
 namespace {
@@ -29,7 +31,9 @@ bool hasBytes(IMAPTree::Kind kind) {
 }
 
 std::vector<IMAPValue> IMAPValues::taken(std::size_t limit) const {
+    constexpr std::size_t usual = 12;
     std::vector<IMAPValue> result;
+    result.reserve(std::min(limit, usual));
     for (Iterator at = begin(); at != end() && result.size() < limit; ++at) result.push_back(*at);
     return result;
 }

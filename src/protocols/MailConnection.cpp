@@ -3,6 +3,7 @@
 #include "base/Text.h"
 #include "base/UserError.h"
 #include "protocols/SocketConnector.h"
+#include "protocols/Watchdog.h"
 
 #include <algorithm>
 #include <array>
@@ -92,7 +93,11 @@ class MailConnection::Stream : public std::enable_shared_from_this<Stream> {
           port_(port),
           wantsTLS_(security == ServerConfig::Security::tls),
           closing_(io, asio::steady_timer::time_point::max()),
-          socket_(io) {}
+          socket_(io),
+          watchdog_(std::make_shared<Watchdog>(io, clock, [this] {
+              Error ignored;
+              socket_.cancel(ignored);
+          })) {}
 
     const std::string& host() const { return host_; }
     ReceiveBuffer& buffer() { return buffer_; }
@@ -127,6 +132,7 @@ class MailConnection::Stream : public std::enable_shared_from_this<Stream> {
     void close() {
         isClosed_ = true;
         closing_.expires_at(asio::steady_timer::time_point::min());
+        watchdog_->stop();
         Error ignored;
         socket_.close(ignored);
     }
@@ -153,33 +159,59 @@ class MailConnection::Stream : public std::enable_shared_from_this<Stream> {
         return true;
     }
 
+    /// How an operation on the stream came to its end.
+    enum class Ending { done, endOfStream, failed, timedOut, aborted };
+
     /// Runs `operation` (a callable that gives an `Async<Error>`) on the opened stream, all within `timeout`.
     template <class F>
     Async<void> guarded(Duration timeout, Failure whenCut, F operation) {
         if (failure_) throw *failure_;
         if (isClosed_) throw MailConnectionError::cannotConnect(host_);
-        std::exception_ptr thrown;
-        std::expected<Error, TimedOut> outcome = std::unexpected(TimedOut{});
+        const Ending ending = isReady() ? co_await watched(timeout, operation) : co_await opened(timeout, operation);
+        if (ending == Ending::done) co_return;
+        const MailConnectionError error = ending == Ending::endOfStream ? MailConnectionError::closed(host_)
+                                                                        : MailConnectionError::cannotConnect(host_);
+        const bool wasCut = ending == Ending::timedOut || ending == Ending::aborted;
+        if (!wasCut || whenCut == Failure::killsStream || !isReady()) failure_ = error;
+        if (ending == Ending::aborted && !isClosed_) throw Cancelled();
+        throw error;
+    }
+
+    /// On a stream that is open.
+    template <class F>
+    Async<Ending> watched(Duration timeout, F& operation) {
+        watchdog_->arm(timeout);
+        Error error = asio::error::operation_aborted;
         try {
-            outcome = co_await within(clock_, timeout, [this, &operation]() -> Async<Error> {
-                if (!isReady()) co_await open();
+            error = co_await operation();
+        } catch (...) {
+            if (!isCancellation(std::current_exception())) error = asio::error::fault;
+        }
+        const bool hasExpired = watchdog_->disarm();
+        co_return error == asio::error::operation_aborted&& hasExpired ? Ending::timedOut : endingOf(error);
+    }
+
+    /// Opens the stream first.
+    template <class F>
+    Async<Ending> opened(Duration timeout, F& operation) {
+        try {
+            const auto outcome = co_await within(clock_, timeout, [this, &operation]() -> Async<Error> {
+                co_await open();
                 const Error error = co_await operation();
                 // Thrown, so that a time-out is not taken for a result.
                 if (error == asio::error::operation_aborted) throw boost::system::system_error(error);
                 co_return error;
             });
+            co_return outcome ? endingOf(*outcome) : Ending::timedOut;
         } catch (...) {
-            thrown = std::current_exception();
+            co_return isCancellation(std::current_exception()) ? Ending::aborted : Ending::failed;
         }
-        const bool wasAborted = isCancellation(thrown);
-        if (!thrown && outcome && !*outcome) co_return;
-        const bool wasCut = wasAborted || (!thrown && !outcome);
-        const bool ended = !thrown && outcome && isEndOfStream(*outcome);
-        const MailConnectionError error =
-            ended ? MailConnectionError::closed(host_) : MailConnectionError::cannotConnect(host_);
-        if (!wasCut || whenCut == Failure::killsStream || !isReady()) failure_ = error;
-        if (wasAborted && !isClosed_) throw Cancelled();
-        throw error;
+    }
+
+    static Ending endingOf(const Error& error) {
+        if (!error) return Ending::done;
+        if (error == asio::error::operation_aborted) return Ending::aborted;
+        return isEndOfStream(error) ? Ending::endOfStream : Ending::failed;
     }
 
     Async<void> open() {
@@ -241,6 +273,7 @@ class MailConnection::Stream : public std::enable_shared_from_this<Stream> {
     std::optional<MailConnectionError> failure_;
     asio::steady_timer closing_;
     Socket socket_;
+    std::shared_ptr<Watchdog> watchdog_;
     std::optional<ssl::context> context_;
     std::optional<ssl::stream<Socket&>> tls_;
     std::array<char, 65536> chunk_;

@@ -29,7 +29,7 @@ std::vector<std::uint32_t> uidsOf(std::span<const SyncedMessage> messages) {
 }
 
 std::int64_t lowestUID(std::span<const SyncedMessage> messages) {
-    return messages.empty() ? 0 : std::ranges::min(messages, {}, &SyncedMessage::uid).uid;
+    return messages.empty() ? 0 : std::ranges::min_element(messages, {}, &SyncedMessage::uid)->uid;
 }
 
 std::vector<MessageRecord> makeRecords(std::span<const SyncedMessage> messages, const MailboxKey& mailbox,

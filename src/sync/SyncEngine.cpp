@@ -21,6 +21,7 @@ constexpr std::string_view wholeMessageItems = "UID BODY.PEEK[]";
 
 constexpr std::int64_t firstSyncBatch = 200;
 constexpr std::size_t snippetChunk = 100;
+constexpr std::size_t snippetChunksInARow = 8;
 constexpr int plainSnippetBytes = 1500;
 constexpr int htmlSnippetBytes = 8000;
 
@@ -67,16 +68,15 @@ SnippetPlan planSnippets(std::vector<SyncedMessage>& messages) {
     return plan;
 }
 
-/// One command of the plan, and its answer.
+/// What one command of the plan asks for.
 struct SnippetChunk {
     std::string section;
     std::span<Wanted> wanted;
-    std::vector<IMAPFetchResult> results;
 };
 
-void placeSnippets(const SnippetChunk& chunk) {
+void placeSnippets(const SnippetChunk& chunk, const std::vector<IMAPFetchResult>& results) {
     std::map<std::uint32_t, const Bytes*> beginnings;
-    for (const IMAPFetchResult& result : chunk.results) {
+    for (const IMAPFetchResult& result : results) {
         const auto found = result.sections.find(chunk.section);
         if (result.uid && found != result.sections.end()) beginnings[*result.uid] = &found->second;
     }
@@ -84,6 +84,15 @@ void placeSnippets(const SnippetChunk& chunk) {
         const auto found = beginnings.find(one.message->uid);
         if (found != beginnings.end()) one.message->snippet = snippetOf(*found->second, one.part);
     }
+}
+
+IMAPFetchRequest snippetRequest(const SnippetGroup& group, std::span<const Wanted> wanted) {
+    std::vector<std::uint32_t> uids;
+    for (const Wanted& one : wanted) uids.push_back(one.message->uid);
+    IMAPFetchRequest request;
+    request.set = uidSet(uids);
+    request.items = fmt::format("UID BODY.PEEK[{}]<0.{}>", group.section, group.limit);
+    return request;
 }
 
 }
@@ -254,27 +263,26 @@ Async<void> SyncEngine::readVanished(const Client& client, const std::string& pa
 Async<void> SyncEngine::addSnippets(const Client& client, const std::string& path,
                                     std::vector<SyncedMessage>& messages) {
     SnippetPlan plan = planSnippets(messages);
-    SnippetChunk before;
+    std::vector<SnippetChunk> chunks;
+    std::vector<IMAPFetchRequest> requests;
     for (auto& [group, all] : plan) {
-        std::span<Wanted> rest(all);
-        while (!rest.empty()) {
-            SnippetChunk chunk;
-            chunk.section = group.section;
-            chunk.wanted = rest.first(std::min(rest.size(), snippetChunk));
-            rest = rest.subspan(chunk.wanted.size());
-            std::vector<std::uint32_t> uids;
-            for (const Wanted& wanted : chunk.wanted) uids.push_back(wanted.message->uid);
-            const std::string items = fmt::format("UID BODY.PEEK[{}]<0.{}>", group.section, group.limit);
-            const std::string set = uidSet(uids);
-            co_await both([&]() -> Async<void> { chunk.results = co_await uidFetch(client, path, set, items); },
-                          [&before]() -> Async<void> {
-                              placeSnippets(before);
-                              co_return;
-                          });
-            before = std::move(chunk);
+        for (std::span<Wanted> rest(all); !rest.empty();) {
+            const auto wanted = rest.first(std::min(rest.size(), snippetChunk));
+            rest = rest.subspan(wanted.size());
+            chunks.push_back({group.section, wanted});
+            requests.push_back(snippetRequest(group, wanted));
         }
     }
-    placeSnippets(before);
+    // Others get a turn in between.
+    for (std::size_t first = 0; first < requests.size(); first += snippetChunksInARow) {
+        const auto last = std::min(requests.size(), first + snippetChunksInARow);
+        const std::vector<IMAPFetchRequest> now(requests.begin() + std::ptrdiff_t(first),
+                                                requests.begin() + std::ptrdiff_t(last));
+        const auto place = [&chunks, first](std::size_t number, const std::vector<IMAPFetchResult>& results) {
+            placeSnippets(chunks[first + number], results);
+        };
+        co_await client->locked([&] { return client->uidFetchEach(path, now, place); });
+    }
 }
 
 // --- Messages ----------------------------------------------------------------------------------------------------

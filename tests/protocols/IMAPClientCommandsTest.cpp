@@ -182,6 +182,67 @@ TEST(IMAPClientCommands, AppendAndCreate) {
     });
 }
 
+std::vector<IMAPFetchRequest> fiveRequests() {
+    std::vector<IMAPFetchRequest> requests;
+    for (int i = 1; i <= 5; ++i) requests.push_back({std::to_string(i), "UID"});
+    return requests;
+}
+
+/// Four commands are under way when the first is answered.
+const std::string fetchesInTurn = R"(
+            C: b3 SELECT "A"
+            S: b3 OK
+            C: b4 UID FETCH 1 (UID)
+            C: b5 UID FETCH 2 (UID)
+            C: b6 UID FETCH 3 (UID)
+            C: b7 UID FETCH 4 (UID)
+            S: * 1 FETCH (UID 1)
+            S: * 2 FETCH (UID 8)
+            S: b4 OK
+            C: b8 UID FETCH 5 (UID)
+)";
+
+TEST(IMAPClientCommands, FetchesSentAheadAreAnsweredInTurnAndARefusalLeavesTheSessionUsable) {
+    SystemClock clock;
+    forEachCut([&](Cut cut) {
+        ScriptedServer server(signInScript() + fetchesInTurn + R"(
+            S: * 2 FETCH (UID 2)
+            S: b5 OK
+            S: b6 NO gone
+            S: * 4 FETCH (UID 4)
+            S: b7 OK
+            S: b8 BAD
+            C~ b9 UID SEARCH *ALL
+            S: b9 OK)",
+                              tlsServer(cut));
+        IMAPClientRig rig(server, clock);
+        rig.runtime.run([&]() -> Async<void> { co_await rig.client->connect(); });
+        std::vector<std::pair<std::size_t, std::size_t>> answered;
+        const auto failure = rig.failure([&] {
+            return rig.client->uidFetchEach("A", fiveRequests(),
+                                            [&](std::size_t number, const std::vector<IMAPFetchResult>& results) {
+                                                answered.emplace_back(number, results.size());
+                                            });
+        });
+        EXPECT_EQ(failure, IMAPError::commandFailed("UID FETCH 3 (UID)", "gone"));
+        EXPECT_EQ(answered, (std::vector<std::pair<std::size_t, std::size_t>>{{0, 2}, {1, 1}}));
+        rig.runtime.run([&]() -> Async<void> { co_await rig.client->search("A", "ALL"); });
+        EXPECT_EQ(server.verdict(), "");
+    });
+}
+
+TEST(IMAPClientCommands, AProtocolErrorWithFetchesUnderWayEndsTheSession) {
+    SystemClock clock;
+    ScriptedServer server(signInScript() + fetchesInTurn + "S: + what?\n", tlsServer());
+    IMAPClientRig rig(server, clock);
+    rig.runtime.run([&]() -> Async<void> { co_await rig.client->connect(); });
+    const auto ignore = [](std::size_t, const std::vector<IMAPFetchResult>&) {};
+    EXPECT_EQ(rig.failure([&] { return rig.client->uidFetchEach("A", fiveRequests(), ignore); }),
+              IMAPError::unexpected("continuation for b5"));
+    EXPECT_FALSE(rig.client->isConnected());
+    EXPECT_EQ(server.verdict(), "");
+}
+
 // --- IDLE --------------------------------------------------------------------------------------------------------
 
 const std::string selectScript = "C: b3 SELECT \"INBOX\"\nS: b3 OK\nC: b4 IDLE\n";
@@ -235,7 +296,7 @@ TEST(IMAPClientIdle, AQuietWaitEndsInTimeAndLosesNothingThatIsHalfReceived) {
         changed = co_await client->idle("INBOX", Duration(600'000));
     });
     // The server waits for DONE, so all it had to say before is on its way.
-    ASSERT_TRUE(eventually([&] { return clock.nextDue() == Duration(600'000); }));
+    ASSERT_TRUE(eventually([&] { return clock.isDueIn(Duration(600'000)); }));
     clock.advance(Duration(600'000));
     rig.runtime.run([&] { return task.finished(); });
     EXPECT_EQ(changed, false);
@@ -263,7 +324,7 @@ TEST(IMAPClientIdle, WhenCancelledLeavesTheSessionUsable) {
         co_await client->locked(std::move(idle));
         wentOn = true;
     });
-    ASSERT_TRUE(eventually([&] { return clock.nextDue() == Duration(600'000); }));
+    ASSERT_TRUE(eventually([&] { return clock.isDueIn(Duration(600'000)); }));
     task.cancel();
     ASSERT_TRUE(eventually([&] { return server.received().ends_with("DONE\r\n"); }));
     task.cancel();
