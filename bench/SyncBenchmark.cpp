@@ -63,7 +63,7 @@ class Mirror {
     void pass() {
         runtime_.run([this]() -> Async<void> {
             const auto engine = makeEngine();
-            co_await passOver(*engine, writer_, account_, LabelNewMail::yes, {});
+            co_await passOver(*engine, writer_, account_, LabelNewMail::yes);
             co_await engine->disconnect();
         });
     }

@@ -86,7 +86,9 @@ Async<PassResult> Application::sync(MailAccount account, std::function<void(cons
     std::exception_ptr failure;
     PassResult result;
     try {
-        result = co_await passOver(*engine, *writer_, account.id, label, std::move(onProgress));
+        PassHooks hooks;
+        hooks.onProgress = std::move(onProgress);
+        result = co_await passOver(*engine, *writer_, account.id, label, std::move(hooks));
     } catch (...) {
         failure = std::current_exception();
         if (!isCancellation(failure))

@@ -7,8 +7,10 @@
 
 #include <cstddef>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace velmo {
 
@@ -26,13 +28,27 @@ struct PassResult {
     std::size_t vanished = 0;
 };
 
+/// What others do at the steps of a pass. All of it is optional, and is called on the executor of the caller.
+struct PassHooks {
+    /// The listing has been stored.
+    std::function<void(const std::vector<MailboxEntry>&)> onListed;
+    /// The place of a mailbox in the pass: lower goes first. `syncPriority` of its role when absent.
+    std::function<int(const MailboxEntry&)> priority;
+    std::function<void(const PassProgress&)> onProgress;
+    /// Asked before a mailbox is synced; what it gives is let go when the mailbox is stored, or can't be. A mailbox
+    /// without it is left out.
+    std::function<std::shared_ptr<void>(const std::string& path)> claim;
+    /// What a mailbox brought has been stored.
+    std::function<void(AppliedDelta)> onStored;
+};
+
 /// One pass over every mailbox of an account: the listing first, then each mailbox that can be selected, the inbox
 /// before all others. An all-mail mailbox is left out, since its messages stand in their own mailboxes.
 ///
 /// Runs on the executor of the caller; the engine and the writer work on theirs. The first failure ends the pass and is
 /// thrown; the mailboxes that were done stay done.
 Async<PassResult> passOver(SyncEngine& engine, SyncWriter& writer, UUID accountID, LabelNewMail labelNewMail,
-                           std::function<void(const PassProgress&)> onProgress);
+                           PassHooks hooks = {});
 
 /// The place of a mailbox in a pass: lower goes first.
 int syncPriority(MailboxRole role);

@@ -1,0 +1,159 @@
+#include "store/AccountSync.h"
+
+#include "base/UserError.h"
+#include "platform/Log.h"
+#include "records/Labels.h"
+
+#include <utility>
+
+namespace velmo {
+
+AccountSync::AccountSync(StoreEnvironment& environment, StoreStatus& status, MailboxDirectory& directory,
+                         AccountEngines& engines, Hooks hooks)
+    : environment_(environment), status_(status), directory_(directory), engines_(engines), hooks_(std::move(hooks)) {}
+
+// --- Passes ------------------------------------------------------------------------------------------------------
+
+Async<void> AccountSync::syncAccount(MailAccount account) {
+    if (environment_.isShowingSamples) {
+        status_.setChecked(account.id, environment_.clock->now());
+        co_return;
+    }
+    if (status_.of(account.id).kind == SyncStatus::Kind::syncing) co_return;
+    status_.set(account.id, SyncStatus::syncing());
+    const auto self = shared_from_this();
+    std::exception_ptr failure;
+    try {
+        co_await pass(account);
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    progress.update([&](auto& all) { all.erase(account.id); });
+    const bool wasCancelled = isCancellation(failure);
+    // The account may have gone while its pass ran.
+    if (!environment_.account(account.id)) {
+        status_.remove(account.id);
+    } else if (failure && !wasCancelled) {
+        const std::string sentence = sentenceOf(failure);
+        log("Mail").error("Sync failed for {}: {}", priv(account.email), pub(sentence));
+        status_.set(account.id, SyncStatus::failed(sentence));
+    } else {
+        if (!wasCancelled) status_.setChecked(account.id, environment_.clock->now());
+        status_.set(account.id, SyncStatus::idle());
+        if (!wasCancelled && hooks_.checked) hooks_.checked(account, MailService::Check::completePass);
+    }
+    if (wasCancelled) std::rethrow_exception(failure);
+}
+
+Async<void> AccountSync::pass(MailAccount account) {
+    const auto engine = engines_.engine(account);
+    PassHooks hooks = hooksFor(account);
+    const PassResult result =
+        co_await passOver(*engine, environment_.writer, account.id, labelNewMail(), std::move(hooks));
+    lastResults_[account.id] = result;
+}
+
+PassHooks AccountSync::hooksFor(const MailAccount& account) {
+    PassHooks hooks;
+    hooks.onListed = [this, id = account.id](const auto& entries) { listed(id, entries); };
+    hooks.priority = [this, id = account.id](const MailboxEntry& entry) { return priority(id, entry); };
+    hooks.claim = [this, id = account.id](const std::string& path) { return claim(id, path); };
+    hooks.onStored = [this, account](const AppliedDelta& applied) { announce(account, applied); };
+    hooks.onProgress = [this, account](const PassProgress& step) {
+        progress.update([&](auto& all) { all[account.id] = step.mailbox; });
+        if (onProgress) onProgress(account, step);
+    };
+    return hooks;
+}
+
+int AccountSync::priority(const UUID& accountID, const MailboxEntry& entry) const {
+    if (entry.role == MailboxRole::inbox) return 0;
+    const auto selected = hooks_.selectedMailbox ? hooks_.selectedMailbox(accountID) : std::nullopt;
+    return selected == entry.path ? 1 : syncPriority(entry.role);
+}
+
+void AccountSync::listed(const UUID& accountID, const std::vector<MailboxEntry>& entries) {
+    std::set<std::string> paths;
+    for (const auto& entry : entries) paths.insert(entry.path);
+    directory_.listingStored(accountID, std::move(paths));
+}
+
+Async<void> AccountSync::listMailboxes(MailAccount account) {
+    const auto self = shared_from_this();
+    const auto engine = engines_.engine(account);
+    auto all = co_await engine->listMailboxes();
+    co_await environment_.writer.upsertMailboxes(account.id, std::move(all));
+    const auto entries = co_await environment_.writer.mailboxEntries(account.id);
+    listed(account.id, entries);
+}
+
+// --- Single mailboxes --------------------------------------------------------------------------------------------
+
+/// Null while another sync of the mailbox runs.
+std::shared_ptr<void> AccountSync::claim(const UUID& accountID, const std::string& path) {
+    std::string key = accountID.text() + "/" + path;
+    if (syncingMailboxes->contains(key)) return nullptr;
+    syncingMailboxes.update([&](auto& all) { all.insert(key); });
+    return {this, [weak = weak_from_this(), key = std::move(key)](AccountSync*) {
+                if (const auto self = weak.lock()) self->syncingMailboxes.update([&](auto& all) { all.erase(key); });
+            }};
+}
+
+Async<void> AccountSync::syncMailbox(MailAccount account, std::string path) {
+    if (environment_.isShowingSamples) co_return;
+    const auto self = shared_from_this();
+    const auto held = claim(account.id, path);
+    if (!held) co_return;
+    const auto engine = engines_.engine(account);
+    SyncState state = co_await environment_.writer.syncState(account.id, path);
+    MailboxDelta delta = co_await engine->syncMailbox(path, std::move(state));
+    const AppliedDelta applied = co_await environment_.writer.apply(std::move(delta), account.id, path, labelNewMail());
+    announce(account, applied);
+}
+
+Async<void> AccountSync::syncMailboxQuietly(MailAccount account, std::string path) {
+    std::exception_ptr failure;
+    try {
+        co_await syncMailbox(std::move(account), std::move(path));
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    if (!failure) co_return;
+    if (isCancellation(failure)) std::rethrow_exception(failure);
+    log("Mail").error("Mailbox sync failed: {}", pub(sentenceOf(failure)));
+}
+
+Async<void> AccountSync::syncInbox(MailAccount account, std::string path) {
+    const auto self = shared_from_this();
+    co_await syncMailboxQuietly(account, path);
+    const auto selected = hooks_.selectedMailbox ? hooks_.selectedMailbox(account.id) : std::nullopt;
+    if (selected && *selected != path) co_await syncMailboxQuietly(account, *selected);
+    if (!environment_.account(account.id)) co_return;
+    status_.setChecked(account.id, environment_.clock->now());
+    if (hooks_.checked) hooks_.checked(account, MailService::Check::inboxOnly);
+}
+
+Async<std::size_t> AccountSync::fetchOlder(MailAccount account, std::string path) {
+    constexpr std::size_t step = 100;
+    const auto self = shared_from_this();
+    const auto engine = engines_.engine(account);
+    const SyncState held = co_await environment_.writer.syncState(account.id, path);
+    if (held.oldestSyncedUID < 2) co_return 0;
+    auto older = co_await engine->fetchOlder(path, static_cast<std::uint32_t>(held.oldestSyncedUID), step);
+    const std::size_t count = older.size();
+    if (count > 0)
+        co_await environment_.writer.insertOlder(std::move(older), account.id, path, held.uidValidity, labelNewMail());
+    co_return count;
+}
+
+void AccountSync::announce(const MailAccount& account, const AppliedDelta& applied) {
+    directory_.recordsChanged();
+    if (applied.countsAsNews && !applied.unseen.empty() && hooks_.mailArrived)
+        hooks_.mailArrived(account, applied.unseen);
+}
+
+LabelNewMail AccountSync::labelNewMail() const {
+    return labelsNewMailAutomatically(environment_.settings) ? LabelNewMail::yes : LabelNewMail::no;
+}
+
+}
