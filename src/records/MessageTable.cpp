@@ -190,6 +190,15 @@ std::vector<MessageRecord> MessageTable::thread(const UUID& accountID, std::stri
     return records;
 }
 
+std::vector<MessageRecord> MessageTable::walk(std::int64_t after, std::size_t limit) {
+    static const std::string sql = selectMessages("WHERE id > ? ORDER BY id LIMIT ?");
+    std::vector<MessageRecord> records;
+    auto row = connection_.query(sql);
+    row.bind(after, static_cast<std::int64_t>(limit));
+    while (row.step()) records.push_back(recordOf(row));
+    return records;
+}
+
 std::vector<std::uint32_t> MessageTable::uids(const MailboxKey& mailbox) {
     std::vector<std::uint32_t> uids;
     auto row = connection_.query("SELECT uid FROM messages WHERE accountID = ? AND mailboxPath = ? ORDER BY uid");

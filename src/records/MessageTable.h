@@ -95,6 +95,9 @@ class MessageTable {
     /// With an id above `after`, by rising id: a walk over the store in steps.
     std::vector<CategorisedMessage> categorised(std::int64_t after, std::size_t limit);
 
+    /// Messages with an id above `after`, by rising id: a walk over the whole store in steps.
+    std::vector<MessageRecord> walk(std::int64_t after, std::size_t limit);
+
     /// Inserts new messages and gives each its id. Throws sqlite::SQLiteError `constraint` for one that is held
     /// already.
     void insert(std::span<MessageRecord> records);
