@@ -1,0 +1,108 @@
+#pragma once
+
+#include "base/Async.h"
+#include "records/Labels.h"
+#include "records/MessageRecord.h"
+#include "store/AccountEngines.h"
+#include "store/MailboxDirectory.h"
+#include "store/StoreEnvironment.h"
+#include "store/StoreStatus.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace velmo {
+
+/// What a person does to messages. What is shown changes at once; the server hears of it afterwards, and what it
+/// refuses is put back, with its words as an error banner.
+///
+/// Moves and deletions can be undone for five seconds. Meanwhile the messages are hidden, and the server has heard of
+/// nothing; there is one such action at a time, and the next one ends its time. Flags and labels change without delay,
+/// since their inverse is the same action.
+///
+/// Every operation takes messages of any accounts and mailboxes, and goes by what the store holds of them now: those
+/// that are gone, or hidden because they are leaving already, are left out, and with none left nothing happens. An
+/// account that is gone has no messages. Commands of one account reach its server in the order of the actions, and
+/// never name a message by a number of an older UIDVALIDITY.
+///
+/// Lives on the main executor; made by `std::make_shared`. Dropping it cuts off what is under way: see `finished`.
+class MessageActions : public std::enable_shared_from_this<MessageActions> {
+  public:
+    using Records = std::vector<MessageRecord>;
+
+    /// What is asked of other parts of the store; each may be left out.
+    struct Hooks {
+        /// Brings a mailbox up to date; failures stay inside.
+        std::function<Async<void>(MailAccount, std::string path)> syncMailbox;
+        /// Fetches the listing of an account again, and stores it; throws what the server refuses.
+        std::function<Async<void>(MailAccount)> listMailboxes;
+        /// Moves the selection on to what stays, before these messages leave the lists.
+        std::function<void(const std::set<std::int64_t>& leaving)> selectNext;
+        /// Forgets that these messages are to come back.
+        std::function<void(const Records&)> unsnooze;
+    };
+
+    enum class ReadState { unread, read };
+    enum class FlagState { unflagged, flagged };
+
+    /// `environment` and the others outlive this.
+    MessageActions(StoreEnvironment& environment, StoreStatus& status, MailboxDirectory& directory,
+                   AccountEngines& engines, Hooks hooks);
+    ~MessageActions();
+    MessageActions(const MessageActions&) = delete;
+    MessageActions& operator=(const MessageActions&) = delete;
+
+    void setRead(const Records& records, ReadState state);
+    void setFlagged(const Records& records, FlagState state);
+
+    /// On this machine only: servers know nothing of labels.
+    void label(const Records& records, const std::string& key, LabelChange change);
+
+    /// To the archive, or to the mailbox of all mail where there is no archive. An error banner when an account has
+    /// neither; then nothing changes.
+    void archive(const Records& records);
+
+    /// To the junk mailbox; when all of them stand in it, to the inbox. An error banner when an account has none; then
+    /// nothing changes.
+    void moveToJunk(const Records& records);
+
+    /// To the trash. Where there is none, or all messages of an account stand in it, they are deleted for good.
+    void moveToTrash(const Records& records);
+
+    /// They are snoozed no more.
+    void moveToInbox(const Records& records);
+
+    /// Those that don't stand there already. Without a title the banner names the mailbox.
+    void move(const Records& records, const std::string& toPath, std::optional<std::string> title = {});
+
+    /// The same without time to undo and without a banner.
+    void moveAtOnce(const Records& records, const std::string& toPath);
+
+    void deleteForever(const Records& records, const std::string& title);
+
+    /// Takes back the action that can be undone. Nothing when there is none, or the banner offers to take back
+    /// something else.
+    void undo();
+
+    /// Ends the time of the action that can be undone, and begins it on the server.
+    void commitPendingAction();
+
+    /// The path of the account's mailbox of that role. One for drafts, sent mail or snoozed messages is made where
+    /// there is none. Throws IMAPError when that fails, or when there is none of another role.
+    Async<std::string> roleMailbox(MailAccount account, MailboxRole role);
+
+    /// Waits until the servers have answered all that was begun, and the mailboxes that this changed are up to date.
+    /// An action that can still be undone is not begun by this. Throws only a cancellation.
+    Async<void> finished();
+
+  private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+}
