@@ -14,6 +14,10 @@ enum class Category : std::uint8_t { receipts, promotions, security, social, upd
 inline constexpr std::array allCategories{Category::receipts, Category::promotions, Category::security,
                                           Category::social,   Category::updates,    Category::newsletters};
 
+/// The split of an inbox: mail from people and security alerts is important; newsletters, promotions, notifications and
+/// receipts are the others.
+enum class InboxFocus { important, other, all };
+
 /// The word under which a category is stored: "receipts".
 std::string_view rawText(Category category);
 std::optional<Category> categoryFrom(std::string_view raw);
