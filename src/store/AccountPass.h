@@ -30,6 +30,8 @@ struct PassResult {
 
 /// What others do at the steps of a pass. All of it is optional, and is called on the executor of the caller.
 struct PassHooks {
+    PassHooks() {}
+
     /// The listing has been stored.
     std::function<void(const std::vector<MailboxEntry>&)> onListed;
     /// The place of a mailbox in the pass: lower goes first. `syncPriority` of its role when absent.

@@ -1,0 +1,128 @@
+#include "store/SyncLoop.h"
+
+#include "base/Task.h"
+#include "store/StoreRig.h"
+#include "support/ScriptedServer.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace velmo::test { namespace {
+
+using namespace std::chrono_literals;
+
+/// An account in its loop.
+struct Loop {
+    Loop(const ServerConfig& server, const std::string& user, const std::string& password)
+        : rig(server, user, password, clock) {
+        AccountSync::Hooks hooks;
+        hooks.mailArrived = [this](const MailAccount&, const std::vector<SyncedMessage>& messages) {
+            for (const auto& message : messages) arrived.push_back(message.envelope->subject.value_or(""));
+        };
+        sync = std::make_shared<AccountSync>(rig.environment, rig.status, rig.directoryOfMailboxes, rig.engines,
+                                             std::move(hooks));
+        task = Task(rig.runtime.executors().main, [weak = std::weak_ptr(sync), this]() -> Async<void> {
+            return runSyncLoop(weak, clock, rig.account);
+        });
+    }
+
+    ~Loop() {
+        task.cancel();
+        rig.run([this] { return task.finished(); });
+        rig.run([this] { return rig.engines.disconnectAll(); });
+    }
+
+    bool waits(Duration duration) {
+        return rig.eventually([&] { return clock->isDueIn(duration); });
+    }
+    SyncStatus::Kind status() { return rig.status.of(rig.account.id).kind; }
+
+    std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>();
+    StoreRig rig;
+    std::vector<std::string> arrived;
+    std::shared_ptr<AccountSync> sync;
+    Task task;
+};
+
+TEST(SyncLoop, SpacesFailingPassesAndTellsWhy) {
+    int port = 0;
+    {
+        const ScriptedServer closed("CLOSE");
+        port = closed.port();
+    }
+    Loop loop(ServerConfig("127.0.0.1", port, ServerConfig::Security::tls), "alice", "secret");
+    for (const auto wait : {30s, 60s, 120s, 240s, 480s, 900s, 900s, 900s}) {
+        ASSERT_TRUE(loop.waits(wait)) << wait.count();
+        EXPECT_EQ(loop.rig.status.of(loop.rig.account.id),
+                  SyncStatus::failed("Couldn't connect to 127.0.0.1. Check the server and your connection."));
+        EXPECT_TRUE(loop.rig.status.lastChecked->empty());
+        loop.clock->advance(wait);
+    }
+}
+
+TEST(SyncLoop, PassesAgainEveryTenMinutesWithoutAnInbox) {
+    ScriptedServer server(R"(
+        S: * OK [CAPABILITY IMAP4rev1 AUTH=PLAIN SASL-IR IDLE] hello
+        C~ b1 AUTHENTICATE PLAIN *
+        S: b1 OK [CAPABILITY IMAP4rev1 IDLE] in
+        C: b2 LIST "" "*"
+        S: * LIST (\HasNoChildren \Noselect) "/" "Folder"
+        S: b2 OK
+        C: b3 LIST "" "*"
+        S: b3 OK)",
+                          ScriptedServer::Options(ScriptedServer::Security::tls));
+    Loop loop(ServerConfig("localhost", server.port(), ServerConfig::Security::tls), "alice", "secret");
+    ASSERT_TRUE(loop.waits(600s));
+    EXPECT_EQ(loop.status(), SyncStatus::Kind::idle);
+    EXPECT_EQ(loop.rig.status.lastChecked->size(), 1U);
+    loop.clock->advance(600s);
+    ASSERT_TRUE(loop.rig.eventually([&] { return server.received().contains("b3 LIST"); }));
+    ASSERT_TRUE(loop.waits(600s));
+}
+
+class RealLoop : public testing::Test {
+  protected:
+    void SetUp() override {
+        if (const auto obstacle = MailServers::obstacle()) GTEST_SKIP() << *obstacle;
+        servers.emplace();
+        servers->fill(5);
+        loop.emplace(servers->imap(ServerConfig::Security::tls), servers->value("ALICE_USER"),
+                     servers->value("ALICE_PASSWORD"));
+    }
+
+    std::optional<MailServers> servers;
+    std::optional<Loop> loop;
+};
+
+TEST_F(RealLoop, GathersABurstAfterTheServersWordAndAnnouncesItOnce) {
+    ASSERT_TRUE(loop->waits(600s));
+    EXPECT_EQ(loop->rig.held("INBOX").size(), 5U);
+    EXPECT_TRUE(loop->arrived.empty());
+    servers->deliver("Subject: one\r\n\r\nfirst\r\n");
+    ASSERT_TRUE(loop->waits(burstWait));
+    servers->deliver("Subject: two\r\n\r\nsecond\r\n");
+    EXPECT_EQ(loop->rig.held("INBOX").size(), 5U);
+    loop->clock->advance(burstWait);
+    ASSERT_TRUE(loop->rig.eventually([&] { return loop->rig.held("INBOX").size() == 7; }));
+    ASSERT_TRUE(loop->rig.eventually([&] { return loop->arrived.size() == 2; }));
+    EXPECT_THAT(loop->arrived, testing::UnorderedElementsAre("one", "two"));
+    // The next wait ends when the complete pass is due.
+    ASSERT_TRUE(loop->waits(598s));
+}
+
+TEST_F(RealLoop, FindsALostServerAgainAfterTheBackOff) {
+    ASSERT_TRUE(loop->waits(600s));
+    servers->restart(MailServers::RawLog::no);
+    ASSERT_TRUE(loop->waits(30s));
+    EXPECT_EQ(loop->status(), SyncStatus::Kind::idle);
+}
+
+TEST_F(RealLoop, AQuietWaitEndsInACompletePass) {
+    ASSERT_TRUE(loop->waits(600s));
+    const Date first = loop->rig.status.lastChecked->at(loop->rig.account.id);
+    loop->clock->advance(600s);
+    ASSERT_TRUE(loop->rig.eventually([&] { return loop->rig.status.lastChecked->at(loop->rig.account.id) > first; }));
+    ASSERT_TRUE(loop->waits(600s));
+}
+
+}}
