@@ -15,7 +15,8 @@ namespace velmo {
 /// The full-text index over the bodies of messages: which Message-IDs have a body that matches these words.
 ///
 /// An accelerator: no operation ever throws. When the database can't be opened, the index is empty and stays so.
-/// Operations may be called from any thread, one at a time gets its turn.
+/// Operations may be called from any thread, one at a time gets its turn. Where texts are cut to a length is up to the
+/// caller.
 class BodyIndex {
   public:
     /// Opens or makes the database at `file`; an empty path is an index in memory.
@@ -33,10 +34,12 @@ class BodyIndex {
     /// True when the document is new; the first text that was stored for a Message-ID stays.
     bool add(std::string_view messageID, const UUID& account, std::string_view body);
 
-    /// Several documents in one transaction. Gives how many were new.
+    /// Several documents in one commit, each by the same rule. Gives how many were new.
     std::size_t add(const std::vector<Document>& documents, const UUID& account);
 
-    /// The Message-IDs whose body holds all of the first eight words as beginnings of words; at most 2,000, in no order.
+    /// The Message-IDs whose body holds all of the first eight words as beginnings of words; at most 2,000, in no
+    /// order. Words are runs of letters and digits; case and diacritics don't matter. The same search again costs
+    /// nothing until the content changes.
     std::vector<std::string> search(std::string_view text);
 
     std::set<std::string> allMessageIDs();
@@ -44,7 +47,7 @@ class BodyIndex {
     /// Drops all documents of an account.
     void removeAccount(const UUID& account);
 
-    /// Raised whenever the content changes.
+    /// Raised whenever the content changes; starts at 0.
     std::int64_t version() const;
 
     /// Bytes of the database files.

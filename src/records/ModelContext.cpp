@@ -14,7 +14,10 @@ ModelContext::ModelContext(std::shared_ptr<ModelContainer> container, const sqli
       connection_(*container_, options),
       mailboxes(connection_),
       messages(connection_),
-      labels(connection_) {}
+      bodies(connection_),
+      labels(connection_),
+      lists(connection_),
+      texts(connection_) {}
 
 ModelContext::~ModelContext() = default;
 

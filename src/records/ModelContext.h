@@ -1,12 +1,15 @@
 #pragma once
 
 #include "platform/SQLite.h"
+#include "records/BodyTable.h"
 #include "records/LabelTable.h"
+#include "records/ListTable.h"
 #include "records/MailboxTable.h"
 #include "records/MessageTable.h"
 #include "records/ModelChanges.h"
 #include "records/ModelContainer.h"
 #include "records/StoreConnection.h"
+#include "records/TextTable.h"
 
 #include <memory>
 #include <utility>
@@ -43,7 +46,10 @@ class ModelContext {
   public:
     MailboxTable mailboxes;
     MessageTable messages;
+    BodyTable bodies;
     LabelTable labels;
+    ListTable lists;
+    TextTable texts;
 };
 
 }
