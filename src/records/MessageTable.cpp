@@ -1,6 +1,7 @@
 #include "records/MessageTable.h"
 
 #include "records/JSONCells.h"
+#include "records/MessageWalk.h"
 #include "records/ModelContainer.h"
 #include "records/StoreConnection.h"
 
@@ -74,54 +75,6 @@ std::string jsonList(std::span<const std::uint32_t> numbers) {
     return list + ']';
 }
 
-// The literal conditions are those of the partial indexes, or SQLite would not use these.
-std::string_view condition(MessageListQuery::Show show) {
-    switch (show) {
-    case MessageListQuery::Show::all: break;
-    case MessageListQuery::Show::unread: return "AND isSeen = 0 ";
-    case MessageListQuery::Show::withoutBody: return "AND hasBody = 0 ";
-    }
-    return "";
-}
-
-/// The places of one mailbox's rows after a date, or after an id within that date, newest first.
-class PlaceReader {
-  public:
-    PlaceReader(StoreConnection& connection, const MessageListQuery& query)
-        : query_(query),
-          sameDate_(connection.query(sql(query.show, "AND date = ? AND id < ? ORDER BY id DESC LIMIT ?"))),
-          earlier_(
-              connection.query(sql(query.show, "AND date < ? AND date >= ? ORDER BY date DESC, id DESC LIMIT ?"))) {}
-
-    void appendPlaces(const MailboxKey& mailbox, std::vector<MessagePlace>& places) {
-        const auto limit = static_cast<std::int64_t>(query_.limit);
-        const Date since = query_.since.value_or(Date::min());
-        if (query_.after && query_.after->date >= since) {
-            sameDate_.bind(mailbox.accountID, mailbox.path, query_.after->date, query_.after->id, limit);
-            append(sameDate_, places);
-        }
-        earlier_.bind(mailbox.accountID, mailbox.path, query_.after ? query_.after->date : Date::max(), since, limit);
-        append(earlier_, places);
-    }
-
-  private:
-    static std::string sql(MessageListQuery::Show show, std::string_view range) {
-        return "SELECT date, id FROM messages WHERE accountID = ? AND mailboxPath = ? " + std::string(condition(show)) +
-               std::string(range);
-    }
-
-    static void append(Query& row, std::vector<MessagePlace>& places) {
-        while (row.step()) {
-            auto& place = places.emplace_back();
-            row.read(place.date, place.id);
-        }
-    }
-
-    const MessageListQuery& query_;
-    Query sameDate_;
-    Query earlier_;
-};
-
 std::int64_t countOf(Query row, const MailboxKey& mailbox) {
     row.bind(mailbox.accountID, mailbox.path);
     return row.step() ? row.column<std::int64_t>(0) : 0;
@@ -132,14 +85,13 @@ std::int64_t countOf(Query row, const MailboxKey& mailbox) {
 // --- Reading ---------------------------------------------------------------------------------------------------
 
 std::vector<MessageRecord> MessageTable::page(const MessageListQuery& query) {
-    std::vector<MessagePlace> places;
-    PlaceReader reader(connection_, query);
-    for (const auto& mailbox : std::set(query.mailboxes.begin(), query.mailboxes.end()))
-        reader.appendPlaces(mailbox, places);
-    const auto rows = std::min(query.limit, places.size());
-    std::ranges::partial_sort(places, places.begin() + static_cast<std::ptrdiff_t>(rows), std::greater());
+    MessageWalk walk(connection_, query);
     std::vector<std::int64_t> ids;
-    for (std::size_t i = 0; i < rows; ++i) ids.push_back(places[i].id);
+    while (ids.size() < query.limit) {
+        const auto place = walk.next();
+        if (!place) break;
+        ids.push_back(place->id);
+    }
     return find(ids);
 }
 

@@ -34,10 +34,10 @@ struct MessageListQuery {
 
     std::vector<MailboxKey> mailboxes;
     Show show = Show::all;
-    InboxFocus focus = InboxFocus::all;
-    std::optional<std::string> label;  ///< key of a label: only the messages that carry it
-    std::optional<Date> since;         ///< nothing older than this
-    std::optional<MessagePlace> after; ///< the last row of the page before; absent for the first page
+    InboxFocus focus = InboxFocus::all; ///< of no effect on messages without a body, or with a label
+    std::optional<std::string> label;   ///< key of a label: only the messages that carry it
+    std::optional<Date> since;          ///< nothing older than this
+    std::optional<MessagePlace> after;  ///< the last row of the page before; absent for the first page
     std::size_t limit = 50;
 };
 

@@ -14,7 +14,8 @@ namespace {
 // Account ids are blobs of 16 octets, dates milliseconds since 1970, lists JSON. What lists and flag comparisons read
 // stands in front of the texts that can be long, so that it is on the row's first page. AUTOINCREMENT keeps the id of
 // a deleted message from being given to another one.
-constexpr std::array migrations{R"sql(
+constexpr std::array migrations{
+    R"sql(
 CREATE TABLE mailboxes (
     accountID BLOB NOT NULL,
     path TEXT NOT NULL,
@@ -80,6 +81,34 @@ CREATE TABLE labels (
     isDefault INTEGER NOT NULL,
     sortOrder INTEGER NOT NULL
 ) WITHOUT ROWID;
+)sql",
+    R"sql(
+-- The other half of a divided inbox: every category but security. In front of the date, each half has its own order.
+ALTER TABLE messages ADD COLUMN isOther INTEGER
+    GENERATED ALWAYS AS (categoryRaw IN ('receipts', 'promotions', 'social', 'updates', 'newsletters')) VIRTUAL;
+DROP INDEX messagesByDate;
+CREATE INDEX messagesByDate ON messages (accountID, mailboxPath, isOther, date);
+DROP INDEX unreadMessages;
+CREATE INDEX unreadMessages ON messages (accountID, mailboxPath, isSeen, isOther, date) WHERE isSeen = 0;
+DROP INDEX messagesByThread;
+CREATE INDEX messagesByThread ON messages (accountID, threadKey, date);
+CREATE INDEX labelledMessages ON messages (accountID, mailboxPath, labelsJoined, date, isSeen) WHERE labelsJoined > '';
+CREATE INDEX messagesByMessageID ON messages (messageID) WHERE messageID IS NOT NULL;
+
+-- Filled step by step behind the writer: messages up to an id are in it, and those that are deleted stay. The reader
+-- looks at each hit, so neither positions nor columns are kept.
+CREATE VIRTUAL TABLE messageTexts USING fts5(fromName, fromEmail, subject, snippet, content='messages',
+    content_rowid='id', detail=none, columnsize=0, tokenize='unicode61 remove_diacritics 2');
+CREATE TABLE messageTextsState (upTo INTEGER NOT NULL, entries INTEGER NOT NULL);
+INSERT INTO messageTextsState VALUES (0, 0);
+CREATE TRIGGER messageTextsChanged AFTER UPDATE OF fromName, fromEmail, subject, snippet ON messages
+WHEN OLD.id <= (SELECT upTo FROM messageTextsState)
+BEGIN
+    INSERT INTO messageTexts (messageTexts, rowid, fromName, fromEmail, subject, snippet)
+        VALUES ('delete', OLD.id, OLD.fromName, OLD.fromEmail, OLD.subject, OLD.snippet);
+    INSERT INTO messageTexts (rowid, fromName, fromEmail, subject, snippet)
+        VALUES (NEW.id, NEW.fromName, NEW.fromEmail, NEW.subject, NEW.snippet);
+END;
 )sql"};
 
 }
