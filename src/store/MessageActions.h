@@ -26,12 +26,12 @@ namespace velmo {
 /// since their inverse is the same action.
 ///
 /// Every operation takes messages of any accounts and mailboxes, and goes by what the store holds of them now: those
-/// that are gone, or hidden because they are leaving already, are left out, and with none left nothing happens. An
-/// account that is gone has no messages. Commands of one account reach its server in the order of the actions, and
-/// never name a message by a number of an older UIDVALIDITY.
+/// that are gone are left out, and those that are hidden because they are leaving can't be moved again; with none left
+/// nothing happens. An account that is gone has no messages. Commands of one account reach its server in the order of
+/// the actions, and never name a message by a number of an older UIDVALIDITY.
 ///
-/// Lives on the main executor; made by `std::make_shared`. Dropping it cuts off what is under way: see `finished`.
-class MessageActions : public std::enable_shared_from_this<MessageActions> {
+/// Lives on the main executor. Dropping it cuts off what is under way: see `finished`.
+class MessageActions {
   public:
     using Records = std::vector<MessageRecord>;
 
@@ -102,7 +102,7 @@ class MessageActions : public std::enable_shared_from_this<MessageActions> {
 
   private:
     struct State;
-    std::unique_ptr<State> state_;
+    std::shared_ptr<State> state_;
 };
 
 }

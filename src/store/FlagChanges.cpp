@@ -1,0 +1,112 @@
+#include "store/FlagChanges.h"
+
+#include "base/UserError.h"
+#include "store/SavedCache.h"
+
+#include <utility>
+
+namespace velmo {
+
+namespace {
+
+const char* nameOf(FlagChanges::Flag flag) {
+    return flag == FlagChanges::Flag::seen ? "\\Seen" : "\\Flagged";
+}
+
+bool valueOf(const MessageRecord& record, FlagChanges::Flag flag) {
+    return flag == FlagChanges::Flag::seen ? record.isSeen : record.isFlagged;
+}
+
+MessageChange changeTo(FlagChanges::Flag flag, bool value) {
+    MessageChange change;
+    (flag == FlagChanges::Flag::seen ? change.isSeen : change.isFlagged) = value;
+    return change;
+}
+
+}
+
+FlagChanges::FlagChanges(StoreEnvironment& environment, StoreStatus& status, AccountEngines& engines,
+                         CommandLanes& lanes, std::function<void(const MailboxKey&)> syncMailbox)
+    : environment_(environment),
+      status_(status),
+      engines_(engines),
+      lanes_(lanes),
+      syncMailbox_(std::move(syncMailbox)) {}
+
+void FlagChanges::set(std::span<const MessageRecord> records, Flag flag, Change change) {
+    const bool value = change == Change::add;
+    const auto ids = idsOf(records);
+    const auto changed = store(std::vector(ids.begin(), ids.end()), flag, value);
+    if (environment_.isShowingSamples) return;
+    ++number_;
+    for (const auto& record : changed) {
+        auto& state = onTheWay_.try_emplace({record.id, flag}, OnTheWay{0, !value}).first->second;
+        state.last = number_;
+    }
+    for (auto& group : grouped(changed)) send({std::move(group), flag, change, number_});
+}
+
+/// Writes the flag of those that have another, and counts them. Gives them as they were.
+std::vector<MessageRecord> FlagChanges::store(std::span<const std::int64_t> ids, Flag flag, bool value) {
+    std::vector<MessageRecord> changed;
+    saveCache(environment_.context, [&](ModelContext& context) {
+        changed = context.messages.find(ids);
+        std::erase_if(changed, [&](const auto& record) { return valueOf(record, flag) == value; });
+        std::map<MailboxKey, std::int64_t> unread;
+        for (const auto& record : changed) {
+            context.messages.change(record.id, changeTo(flag, value));
+            // What is hidden is not counted; it is when it comes back.
+            const bool counts = flag == Flag::seen && !status_.hidden->contains(record.id);
+            if (counts) unread[record.mailboxKey()] += value ? -1 : 1;
+        }
+        for (const auto& [mailbox, difference] : unread) context.mailboxes.adjustUnreadCount(mailbox, difference);
+    });
+    return changed;
+}
+
+void FlagChanges::send(Sent sent) {
+    const UUID accountID = sent.group.mailbox.accountID;
+    lanes_.add(accountID, [weak = weak_from_this(), sent = std::move(sent)] { return run(weak, sent); });
+}
+
+Async<void> FlagChanges::run(std::weak_ptr<FlagChanges> weak, Sent sent) {
+    std::shared_ptr<SyncEngine> engine;
+    if (const auto self = weak.lock()) {
+        const auto account = self->environment_.account(sent.group.mailbox.accountID);
+        if (account) engine = self->engines_.engine(*account);
+    }
+    CommandOutcome outcome;
+    outcome.failure = std::make_exception_ptr(Cancelled());
+    if (engine) {
+        auto command = setFlagOnServer(engine, sent.group, sent.change, nameOf(sent.flag));
+        outcome = co_await std::move(command);
+    }
+    if (const auto self = weak.lock()) self->ended(sent, outcome);
+}
+
+void FlagChanges::ended(const Sent& sent, const CommandOutcome& outcome) {
+    const bool wanted = sent.change == Change::add;
+    for (const bool value : {wanted, !wanted}) {
+        const auto ids = settle(sent, !outcome.failure, value);
+        if (!isCancellation(outcome.failure)) store(ids, sent.flag, value);
+    }
+    if (!outcome.failure || isCancellation(outcome.failure)) return;
+    status_.showError(sentenceOf(outcome.failure));
+    if (outcome.isUncertain) syncMailbox_(sent.group.mailbox);
+}
+
+/// Gives the messages of the command that nobody is changing any more, and whose flag has this value on the server.
+std::vector<std::int64_t> FlagChanges::settle(const Sent& sent, bool hasSucceeded, bool value) {
+    std::vector<std::int64_t> settled;
+    for (const auto id : sent.group.ids) {
+        const auto found = onTheWay_.find({id, sent.flag});
+        if (found == onTheWay_.end()) continue;
+        if (hasSucceeded) found->second.onServer = sent.change == Change::add;
+        if (found->second.last != sent.number || found->second.onServer != value) continue;
+        settled.push_back(id);
+        onTheWay_.erase(found);
+    }
+    return settled;
+}
+
+}

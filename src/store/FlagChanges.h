@@ -1,0 +1,71 @@
+#pragma once
+
+#include "base/Async.h"
+#include "protocols/IMAPClient.h"
+#include "store/AccountEngines.h"
+#include "store/CommandLanes.h"
+#include "store/MessageGroups.h"
+#include "store/ServerCommands.h"
+#include "store/StoreEnvironment.h"
+#include "store/StoreStatus.h"
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <span>
+#include <utility>
+#include <vector>
+
+namespace velmo {
+
+/// Changes of flags: at once in the store, then on the server, and back when the server refuses. Lives on the main
+/// executor; made by `std::make_shared`.
+///
+/// A sync that read the flags before the server had a change may store them after the change was shown. When the
+/// server has answered, what it was told is written again; and a sync that stores its old flags even later is put right
+/// by the next one, since the change raised the mod-sequence of the message (RFC 7162 §3.1), or since all flags are
+/// read each time.
+class FlagChanges : public std::enable_shared_from_this<FlagChanges> {
+  public:
+    enum class Flag { seen, flagged };
+    using Change = IMAPClient::FlagChange;
+
+    /// All outlive this. `syncMailbox` is told of a mailbox that may not be as the store has it.
+    FlagChanges(StoreEnvironment& environment, StoreStatus& status, AccountEngines& engines, CommandLanes& lanes,
+                std::function<void(const MailboxKey&)> syncMailbox);
+
+    /// Changes those that differ; with none nothing is sent. Unread counts follow.
+    void set(std::span<const MessageRecord> records, Flag flag, Change change);
+
+  private:
+    using Key = std::pair<std::int64_t, Flag>;
+    /// A flag that is being changed, perhaps several times.
+    struct OnTheWay {
+        std::uint64_t last = 0; ///< the number of the last change
+        bool onServer = false;
+    };
+    /// One command and what it is about.
+    struct Sent {
+        MessageGroup group;
+        Flag flag = Flag::seen;
+        Change change = Change::add;
+        std::uint64_t number = 0;
+    };
+
+    std::vector<MessageRecord> store(std::span<const std::int64_t> ids, Flag flag, bool value);
+    void send(Sent sent);
+    static Async<void> run(std::weak_ptr<FlagChanges> weak, Sent sent);
+    void ended(const Sent& sent, const CommandOutcome& outcome);
+    std::vector<std::int64_t> settle(const Sent& sent, bool hasSucceeded, bool value);
+
+    StoreEnvironment& environment_;
+    StoreStatus& status_;
+    AccountEngines& engines_;
+    CommandLanes& lanes_;
+    std::function<void(const MailboxKey&)> syncMailbox_;
+    std::map<Key, OnTheWay> onTheWay_;
+    std::uint64_t number_ = 0;
+};
+
+}

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "store/MessageGroups.h"
+#include "store/StoreEnvironment.h"
+#include "store/StoreStatus.h"
+
+#include <cstdint>
+#include <set>
+#include <span>
+
+namespace velmo {
+
+/// Messages on their way out of a mailbox, as this machine shows it: hidden, and no longer counted as unread. Lives on
+/// the main executor. A database that refuses is logged; the next sync puts the rest right.
+class LeavingMessages {
+  public:
+    /// Both outlive this.
+    LeavingMessages(StoreEnvironment& environment, StoreStatus& status) : environment_(environment), status_(status) {}
+
+    void hide(std::span<const MessageRecord> records);
+
+    /// Shows those that still exist again.
+    void putBack(const std::set<std::int64_t>& ids);
+
+    /// They have left: removes the records that still exist.
+    void remove(const MessageGroup& group);
+
+  private:
+    enum class Count { leave, comeBack };
+    void count(const std::set<std::int64_t>& ids, Count direction);
+
+    StoreEnvironment& environment_;
+    StoreStatus& status_;
+};
+
+/// Removes the sources of messages that are gone. Blocks for the disk.
+void removeBodies(const MessageFiles& files, const MessageGroup& group);
+
+}

@@ -1,0 +1,389 @@
+#include "store/MessageActions.h"
+
+#include "base/Localisation.h"
+#include "base/UserError.h"
+#include "store/CommandLanes.h"
+#include "store/FlagChanges.h"
+#include "store/LeavingMessages.h"
+#include "store/PendingAction.h"
+#include "store/RoleMailboxes.h"
+#include "store/SavedCache.h"
+#include "store/ServerCommands.h"
+
+#include <algorithm>
+#include <map>
+#include <utility>
+
+namespace velmo {
+
+namespace {
+
+using Records = MessageActions::Records;
+
+/// Where the messages of an account go; absent: nowhere, they are deleted for good.
+using Destination = std::optional<std::string>;
+using Destinations = std::map<UUID, Destination>;
+
+/// What one command to a server takes out of a mailbox.
+struct Departure {
+    MessageGroup group;
+    Destination destination;
+};
+
+std::map<UUID, Records> byAccount(const Records& records) {
+    std::map<UUID, Records> accounts;
+    for (const auto& record : records) accounts[record.accountID].push_back(record);
+    return accounts;
+}
+
+bool allStandIn(const Records& records, const std::string& path) {
+    return std::ranges::all_of(records, [&](const auto& record) { return record.mailboxPath == path; });
+}
+
+std::string deletedTitle(std::size_t count) {
+    return trCount("Deleted", "Deleted {} messages", count);
+}
+
+}
+
+// --- What is shared by all actions -------------------------------------------------------------------------------
+
+/// Held weakly by the commands that are under way.
+struct MessageActions::State : std::enable_shared_from_this<State> {
+    State(StoreEnvironment& environment_, StoreStatus& status_, MailboxDirectory& directory_, AccountEngines& engines_,
+          Hooks hooks_)
+        : environment(environment_),
+          status(status_),
+          directory(directory_),
+          engines(engines_),
+          hooks(std::move(hooks_)),
+          commands(environment.executors.main),
+          syncs(environment.executors.main),
+          leaving(environment, status),
+          roles(directory, engines, hooks.listMailboxes),
+          pending(std::make_shared<PendingAction>(environment, status)) {}
+
+    /// What the store holds now of messages that are not about to leave, that have an account, and a number that its
+    /// server knows.
+    Records movable(const Records& records);
+    /// The samples, and those of accounts that have a server.
+    Records flaggable(Records records) const;
+
+    std::optional<std::string> pathOf(MailboxRole role, const UUID& accountID);
+    std::optional<MailboxRecord> mailboxAt(const std::string& path, const UUID& accountID);
+    Destinations destinationsFor(const Records& records, const std::string& path);
+    static Records leaversOf(Records records, const Destinations& destinations);
+    void takeOut(const Records& records, Destinations destinations, const std::string& title);
+    static std::vector<Departure> departures(const Records& records, const Destinations& destinations);
+
+    void begin(std::vector<Departure> departures);
+    static Async<void> depart(std::weak_ptr<State> weak, Departure departure);
+    void ended(const Departure& departure, const CommandOutcome& outcome);
+    void failed(const Departure& departure, const CommandOutcome& outcome);
+
+    void syncLater(const MailboxKey& mailbox);
+    static Async<void> sync(std::weak_ptr<State> weak, MailboxKey mailbox);
+
+    StoreEnvironment& environment;
+    StoreStatus& status;
+    MailboxDirectory& directory;
+    AccountEngines& engines;
+    Hooks hooks;
+    CommandLanes commands;
+    /// Beside the commands, so that no command waits for a sync.
+    CommandLanes syncs;
+    std::set<MailboxKey> waitingForSync;
+    LeavingMessages leaving;
+    RoleMailboxes roles;
+    std::shared_ptr<PendingAction> pending;
+    std::shared_ptr<FlagChanges> flags;
+};
+
+MessageActions::MessageActions(StoreEnvironment& environment, StoreStatus& status, MailboxDirectory& directory,
+                               AccountEngines& engines, Hooks hooks)
+    : state_(std::make_shared<State>(environment, status, directory, engines, std::move(hooks))) {
+    auto sync = [state = state_.get()](const MailboxKey& mailbox) { state->syncLater(mailbox); };
+    state_->flags = std::make_shared<FlagChanges>(environment, status, engines, state_->commands, std::move(sync));
+}
+
+MessageActions::~MessageActions() = default;
+
+Records MessageActions::State::movable(const Records& records) {
+    const auto ids = idsOf(records);
+    Records found;
+    saveCache(environment.context,
+              [&](ModelContext& context) { found = context.messages.find(std::vector(ids.begin(), ids.end())); });
+    std::erase_if(found, [&](const auto& record) {
+        const bool isNumber = record.uid != 0 && std::in_range<std::uint32_t>(record.uid);
+        return !isNumber || status.hidden->contains(record.id) || !environment.account(record.accountID);
+    });
+    return found;
+}
+
+Records MessageActions::State::flaggable(Records records) const {
+    if (environment.isShowingSamples) return records;
+    std::erase_if(records, [&](const auto& record) { return !environment.account(record.accountID); });
+    return records;
+}
+
+std::optional<std::string> MessageActions::State::pathOf(MailboxRole role, const UUID& accountID) {
+    const auto mailbox = directory.mailbox(role, accountID);
+    return mailbox ? std::optional(mailbox->path) : std::nullopt;
+}
+
+std::optional<MailboxRecord> MessageActions::State::mailboxAt(const std::string& path, const UUID& accountID) {
+    const auto& all = directory.mailboxes(accountID);
+    const auto found = std::ranges::find(all, path, &MailboxRecord::path);
+    return found == all.end() ? std::nullopt : std::optional(*found);
+}
+
+/// A path means a mailbox of the accounts that have it. One that nobody has is a new one of the only account.
+Destinations MessageActions::State::destinationsFor(const Records& records, const std::string& path) {
+    const auto accounts = byAccount(records);
+    Destinations destinations;
+    for (const auto& [accountID, group] : accounts) {
+        if (accounts.size() == 1 || mailboxAt(path, accountID)) destinations[accountID] = path;
+    }
+    return destinations;
+}
+
+// --- Taking messages out of mailboxes ----------------------------------------------------------------------------
+
+/// Without those that stand there already, and those whose account has no destination.
+Records MessageActions::State::leaversOf(Records records, const Destinations& destinations) {
+    std::erase_if(records, [&](const auto& record) {
+        const auto destination = destinations.find(record.accountID);
+        return destination == destinations.end() || destination->second == record.mailboxPath;
+    });
+    return records;
+}
+
+std::vector<Departure> MessageActions::State::departures(const Records& records, const Destinations& destinations) {
+    std::vector<Departure> all;
+    for (auto& group : grouped(records)) {
+        const auto& destination = destinations.at(group.mailbox.accountID);
+        all.push_back({std::move(group), destination});
+    }
+    return all;
+}
+
+/// With time to undo. `records` are leavers.
+void MessageActions::State::takeOut(const Records& records, Destinations destinations, const std::string& title) {
+    if (records.empty()) return;
+    // The one before begins first, so that commands keep the order of the actions.
+    pending->commit();
+    const auto ids = idsOf(records);
+    if (hooks.selectNext) hooks.selectNext(ids);
+    leaving.hide(records);
+    PendingAction::Step step;
+    step.commit = [weak = weak_from_this(), all = departures(records, destinations)] {
+        if (const auto state = weak.lock()) state->begin(all);
+    };
+    step.undo = [weak = weak_from_this(), ids] {
+        if (const auto state = weak.lock()) state->leaving.putBack(ids);
+    };
+    pending->begin(title, std::move(step));
+}
+
+void MessageActions::State::begin(std::vector<Departure> departures) {
+    for (auto& departure : departures) {
+        const UUID accountID = departure.group.mailbox.accountID;
+        commands.add(accountID,
+                     [weak = weak_from_this(), departure = std::move(departure)] { return depart(weak, departure); });
+    }
+}
+
+Async<void> MessageActions::State::depart(std::weak_ptr<State> weak, Departure departure) {
+    std::shared_ptr<SyncEngine> engine;
+    if (const auto state = weak.lock()) {
+        const auto account = state->environment.account(departure.group.mailbox.accountID);
+        if (account) engine = state->engines.engine(*account);
+    }
+    CommandOutcome outcome;
+    outcome.failure = std::make_exception_ptr(Cancelled());
+    if (engine) {
+        auto command = departure.destination ? moveOnServer(engine, departure.group, *departure.destination)
+                                             : deleteOnServer(engine, departure.group);
+        outcome = co_await std::move(command);
+    }
+    std::optional<MessageFiles> files;
+    Executor background;
+    if (const auto state = weak.lock()) {
+        state->ended(departure, outcome);
+        files = state->environment.files;
+        background = state->environment.executors.background;
+    }
+    if (!files || outcome.failure) co_return;
+    co_await callOn(background, [&] { removeBodies(*files, departure.group); });
+}
+
+void MessageActions::State::ended(const Departure& departure, const CommandOutcome& outcome) {
+    if (outcome.failure) {
+        failed(departure, outcome);
+        return;
+    }
+    leaving.remove(departure.group);
+    if (!departure.destination) return;
+    syncLater({departure.group.mailbox.accountID, *departure.destination});
+}
+
+void MessageActions::State::failed(const Departure& departure, const CommandOutcome& outcome) {
+    const auto& group = departure.group;
+    leaving.putBack(std::set(group.ids.begin(), group.ids.end()));
+    if (isCancellation(outcome.failure)) return;
+    status.showError(sentenceOf(outcome.failure));
+    if (!outcome.isUncertain) return;
+    // Nobody knows where the messages are now but the server.
+    syncLater(group.mailbox);
+    if (departure.destination) syncLater({group.mailbox.accountID, *departure.destination});
+}
+
+/// One sync that has not begun is enough for all who wait for it.
+void MessageActions::State::syncLater(const MailboxKey& mailbox) {
+    if (!hooks.syncMailbox || !waitingForSync.insert(mailbox).second) return;
+    syncs.add(mailbox.accountID, [weak = weak_from_this(), mailbox] { return sync(weak, mailbox); });
+}
+
+Async<void> MessageActions::State::sync(std::weak_ptr<State> weak, MailboxKey mailbox) {
+    std::optional<MailAccount> account;
+    decltype(Hooks::syncMailbox) bringUpToDate;
+    if (const auto state = weak.lock()) {
+        state->waitingForSync.erase(mailbox);
+        account = state->environment.account(mailbox.accountID);
+        bringUpToDate = state->hooks.syncMailbox;
+    }
+    if (!account) co_return;
+    auto run = bringUpToDate(*account, mailbox.path);
+    co_await std::move(run);
+}
+
+// --- The actions -------------------------------------------------------------------------------------------------
+
+void MessageActions::archive(const Records& records) {
+    const auto movable = state_->movable(records);
+    Destinations destinations;
+    for (const auto& [accountID, group] : byAccount(movable)) {
+        auto path = state_->pathOf(MailboxRole::archive, accountID);
+        if (!path) path = state_->pathOf(MailboxRole::all, accountID);
+        if (!path) return state_->status.showError(tr("This account has no Archive folder."));
+        destinations[accountID] = path;
+    }
+    const auto leavers = State::leaversOf(movable, destinations);
+    state_->takeOut(leavers, destinations, trCount("Archived", "Archived {} messages", leavers.size()));
+}
+
+void MessageActions::moveToJunk(const Records& records) {
+    const auto movable = state_->movable(records);
+    Destinations destinations;
+    for (const auto& [accountID, group] : byAccount(movable)) {
+        const auto path = state_->pathOf(MailboxRole::junk, accountID);
+        if (!path) return state_->status.showError(tr("This account has no Junk folder."));
+        destinations[accountID] = path;
+    }
+    const auto leavers = State::leaversOf(movable, destinations);
+    if (leavers.empty()) return moveToInbox(movable);
+    state_->takeOut(leavers, destinations, trCount("Moved to Junk", "Moved {} messages to Junk", leavers.size()));
+}
+
+void MessageActions::moveToTrash(const Records& records) {
+    const auto movable = state_->movable(records);
+    Destinations destinations;
+    bool deletes = false;
+    for (const auto& [accountID, group] : byAccount(movable)) {
+        auto path = state_->pathOf(MailboxRole::trash, accountID);
+        if (path && allStandIn(group, *path)) path.reset();
+        deletes = deletes || !path;
+        destinations[accountID] = path;
+    }
+    const auto leavers = State::leaversOf(movable, destinations);
+    state_->takeOut(leavers, destinations,
+                    deletes ? deletedTitle(leavers.size())
+                            : trCount("Moved to Trash", "Moved {} messages to Trash", leavers.size()));
+}
+
+void MessageActions::moveToInbox(const Records& records) {
+    const auto movable = state_->movable(records);
+    if (state_->hooks.unsnooze && !movable.empty()) state_->hooks.unsnooze(movable);
+    Destinations destinations;
+    for (const auto& [accountID, group] : byAccount(movable)) {
+        if (const auto path = state_->pathOf(MailboxRole::inbox, accountID)) destinations[accountID] = path;
+    }
+    state_->takeOut(State::leaversOf(movable, destinations), destinations, tr("Moved to Inbox"));
+}
+
+void MessageActions::move(const Records& records, const std::string& toPath, std::optional<std::string> title) {
+    const auto movable = state_->movable(records);
+    const auto destinations = state_->destinationsFor(movable, toPath);
+    const auto leavers = State::leaversOf(movable, destinations);
+    if (leavers.empty()) return;
+    if (!title) {
+        const auto target = state_->mailboxAt(toPath, leavers.front().accountID);
+        title = tr("Moved to {}", target ? target->name : toPath);
+    }
+    state_->takeOut(leavers, destinations, *title);
+}
+
+void MessageActions::moveAtOnce(const Records& records, const std::string& toPath) {
+    const auto movable = state_->movable(records);
+    const auto destinations = state_->destinationsFor(movable, toPath);
+    const auto leavers = State::leaversOf(movable, destinations);
+    if (leavers.empty()) return;
+    state_->pending->commit();
+    if (state_->hooks.selectNext) state_->hooks.selectNext(idsOf(leavers));
+    state_->leaving.hide(leavers);
+    state_->begin(State::departures(leavers, destinations));
+}
+
+void MessageActions::deleteForever(const Records& records, const std::string& title) {
+    const auto movable = state_->movable(records);
+    Destinations destinations;
+    for (const auto& record : movable) destinations[record.accountID] = std::nullopt;
+    state_->takeOut(movable, destinations, title);
+}
+
+void MessageActions::setRead(const Records& records, ReadState state) {
+    const auto change = state == ReadState::read ? FlagChanges::Change::add : FlagChanges::Change::remove;
+    state_->flags->set(state_->flaggable(records), FlagChanges::Flag::seen, change);
+}
+
+void MessageActions::setFlagged(const Records& records, FlagState state) {
+    const auto change = state == FlagState::flagged ? FlagChanges::Change::add : FlagChanges::Change::remove;
+    state_->flags->set(state_->flaggable(records), FlagChanges::Flag::flagged, change);
+}
+
+void MessageActions::label(const Records& records, const std::string& key, LabelChange change) {
+    const auto ids = idsOf(records);
+    const std::vector<std::int64_t> wanted(ids.begin(), ids.end());
+    saveCache(state_->environment.context, [&](ModelContext& context) {
+        for (const auto& record : context.messages.find(wanted)) {
+            MessageChange labels;
+            labels.labelsJoined = settingLabel(record.labelsJoined, key, change);
+            context.messages.change(record.id, labels);
+        }
+    });
+}
+
+void MessageActions::undo() {
+    const auto& banner = *state_->status.banner;
+    if (banner && banner->canUndo && banner->outboxID) return;
+    state_->pending->undo();
+}
+
+void MessageActions::commitPendingAction() {
+    state_->pending->commit();
+}
+
+Async<std::string> MessageActions::roleMailbox(MailAccount account, MailboxRole role) {
+    const auto state = state_;
+    co_return co_await state->roles.path(std::move(account), role);
+}
+
+Async<void> MessageActions::finished() {
+    const auto state = state_;
+    while (!state->commands.isIdle() || !state->syncs.isIdle()) {
+        co_await state->commands.finished();
+        co_await state->syncs.finished();
+    }
+}
+
+}
