@@ -117,7 +117,7 @@ class IMAPClient {
     Async<void> store(std::string path, std::string set, FlagChange change, std::vector<std::string> flags);
 
     /// Flags as deleted and expunges; only these messages where the server has UIDPLUS (RFC 4315), otherwise every
-    /// message of the mailbox that is flagged so.
+    /// message of the mailbox that is flagged so. Refused, they are flagged no more.
     Async<void> deleteMessages(std::string path, std::string set);
 
     /// Moves (RFC 6851), or copies and deletes where the server can't.

@@ -206,11 +206,21 @@ Async<void> IMAPClient::store(std::string path, std::string set, FlagChange chan
 
 Async<void> IMAPClient::deleteMessages(std::string path, std::string set) {
     return runOn(executor_, [this, path = std::move(path), set = std::move(set)]() -> Async<void> {
-        std::vector<std::string> flags{"\\Deleted"};
-        co_await store(path, set, FlagChange::add, std::move(flags));
-        co_await ensureSelected(path);
-        std::string command = has("UIDPLUS") ? "UID EXPUNGE " + set : "EXPUNGE";
-        co_await execute(std::move(command));
+        const std::vector<std::string> flags{"\\Deleted"};
+        std::optional<IMAPError> refusal;
+        try {
+            co_await store(path, set, FlagChange::add, flags);
+            co_await ensureSelected(path);
+            std::string command = has("UIDPLUS") ? "UID EXPUNGE " + set : "EXPUNGE";
+            co_await execute(std::move(command));
+        } catch (const IMAPError& error) {
+            if (error.kind() != IMAPError::Kind::commandFailed) throw;
+            refusal = error;
+        }
+        if (!refusal) co_return;
+        // Still flagged, they would go with the next EXPUNGE of anybody.
+        co_await detail::caught([&] { return store(path, set, FlagChange::remove, flags); });
+        throw std::move(*refusal);
     });
 }
 
