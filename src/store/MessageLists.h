@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/Async.h"
 #include "base/Task.h"
 #include "store/MailboxDirectory.h"
 #include "store/StoreEnvironment.h"
@@ -16,6 +17,8 @@
 #include <vector>
 
 namespace velmo {
+
+class ListSearch;
 
 /// Which rows of a source are wanted.
 struct MessagePageRequest {
@@ -86,16 +89,21 @@ class MessageLists : public std::enable_shared_from_this<MessageLists> {
     void startIndexing();
 
   private:
-    struct Found;
+    std::vector<UUID> accountIDs() const;
     MessageListQuery queryOf(const MessagePageRequest& request);
-    const Found& find(std::string_view search);
+    ListSearch* searchOf(const MessagePageRequest& request);
     void indexNewMail();
+    static Async<void> index(std::weak_ptr<MessageLists> weak);
 
     StoreEnvironment& environment_;
     StoreStatus& status_;
     MailboxDirectory& directory_;
-    std::unique_ptr<Found> found_; ///< of the last search
+    std::unique_ptr<ListSearch> search_; ///< the last one
+    std::int64_t bodiesVersion_ = 0;     ///< of the body index that it asked
     sigc::connection onCommit_;
+    bool isIndexing_ = false;
+    bool hasNewMail_ = false;
+    bool hasDroppedStale_ = false;
     Task indexing_;
 };
 

@@ -33,6 +33,8 @@ class RecordWriter {
                      LabelNewMail labelNewMail);
     void insertMessages(const std::vector<SyncedMessage>& messages, const MailboxKey& mailbox, std::int64_t uidValidity,
                         LabelNewMail labelNewMail);
+    std::size_t indexTexts(std::size_t limit) { return context_->texts.indexNext(limit); }
+    void dropStaleIndex() { context_->texts.dropStaleIndex(); }
     void deleteAccount(const UUID& accountID);
 
   private:

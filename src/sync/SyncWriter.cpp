@@ -54,6 +54,16 @@ Async<void> SyncWriter::insertMessages(std::vector<SyncedMessage> messages, UUID
     co_await callOn(state->strand, [&] { state->writer.insertMessages(messages, mailbox, uidValidity, labelNewMail); });
 }
 
+Async<std::size_t> SyncWriter::indexTexts(std::size_t limit) {
+    const auto state = state_;
+    co_return co_await callOn(state->strand, [&] { return state->writer.indexTexts(limit); });
+}
+
+Async<void> SyncWriter::dropStaleIndex() {
+    const auto state = state_;
+    co_await callOn(state->strand, [&] { state->writer.dropStaleIndex(); });
+}
+
 Async<void> SyncWriter::deleteAccount(UUID accountID) {
     const auto state = state_;
     co_await callOn(state->strand, [&] { state->writer.deleteAccount(accountID); });

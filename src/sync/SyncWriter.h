@@ -9,6 +9,7 @@
 #include "sync/MailboxDelta.h"
 #include "sync/WriterTypes.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -50,6 +51,13 @@ class SyncWriter {
     /// held already only get their flags.
     Async<void> insertMessages(std::vector<SyncedMessage> messages, UUID accountID, std::string path,
                                std::int64_t uidValidity, LabelNewMail labelNewMail);
+
+    /// Takes up to this many stored messages into the full-text index over their texts. Gives how many were left, at
+    /// most as many again; 0: the index is complete.
+    Async<std::size_t> indexTexts(std::size_t limit);
+
+    /// Makes that index anew, step by step from now on, when most of what it holds is gone.
+    Async<void> dropStaleIndex();
 
     /// Removes all records and bodies of an account. Whatever still arrives for it later is dropped.
     Async<void> deleteAccount(UUID accountID);
