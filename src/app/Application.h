@@ -7,11 +7,8 @@
 #include "platform/Directories.h"
 #include "platform/Keychain.h"
 #include "platform/Settings.h"
-#include "records/ModelContext.h"
-#include "store/AccountPass.h"
-#include "sync/SyncWriter.h"
+#include "store/MailStore.h"
 
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -34,6 +31,8 @@ class Application {
     Application(const Application&) = delete;
     Application& operator=(const Application&) = delete;
 
+    const Directories& directories() const { return directories_; }
+    Settings& settings() { return *settings_; }
     AccountStore& accounts() { return *accounts_; }
     Keychain& keychain() { return *keychain_; }
     Clock& clock() { return *clock_; }
@@ -41,28 +40,28 @@ class Application {
     /// Opens the mail store; does nothing when it is open. Throws ModelStoreError::inUse while another process has it.
     Async<void> openMail();
 
-    /// True when `openMail` found no account and filled in the samples.
-    bool isShowingSamples() const { return isShowingSamples_; }
+    /// Ends what the mail store has under way, and closes it. To be awaited before the object goes.
+    Async<void> close();
 
-    /// The main executor's view of the store; only after `openMail`.
-    ModelContext& mail() { return *context_; }
+    bool isOpen() const { return store_ != nullptr; }
+
+    /// Only after `openMail`, as are the two below.
+    MailStore& store() { return *store_; }
+
+    /// True when `openMail` found no account and filled in the samples.
+    bool isShowingSamples() const { return store_ && store_->isShowingSamples(); }
+
+    /// The main executor's view of the store.
+    ModelContext& mail() { return store_->context(); }
 
     /// The accounts whose mail is open: those of the list, or the one of the samples.
     std::vector<MailAccount> mailAccounts() const;
-
-    /// One pass over every mailbox of the account, with a session of its own.
-    Async<PassResult> sync(MailAccount account, std::function<void(const PassProgress&)> onProgress);
-
-    /// The whole source of a message: from the body files, or else from the server, and then kept.
-    Async<Bytes> source(MessageRecord record);
 
     /// Removes the account with its mail, its bodies and its secret.
     Async<void> remove(UUID accountID);
 
   private:
     Async<void> openSamples();
-    Async<Bytes> download(MessageRecord record);
-    std::unique_ptr<SyncEngine> makeEngine(const MailAccount& account);
 
     Executors executors_;
     std::shared_ptr<Clock> clock_;
@@ -71,10 +70,7 @@ class Application {
     std::unique_ptr<Keychain> keychain_;
     std::unique_ptr<AccountStore> accounts_;
     MessageFiles files_;
-    std::shared_ptr<ModelContainer> container_;
-    std::unique_ptr<ModelContext> context_;
-    std::unique_ptr<SyncWriter> writer_;
-    bool isShowingSamples_ = false;
+    std::unique_ptr<MailStore> store_;
 };
 
 }

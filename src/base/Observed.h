@@ -6,6 +6,19 @@
 
 namespace velmo {
 
+/// Keeps an observer connected for as long as it lives.
+class ScopedConnection {
+  public:
+    ScopedConnection() = default;
+    ScopedConnection(sigc::connection connection) : connection_(std::move(connection)) {}
+    ~ScopedConnection() { connection_.disconnect(); }
+    ScopedConnection(const ScopedConnection&) = delete;
+    ScopedConnection& operator=(const ScopedConnection&) = delete;
+
+  private:
+    sigc::connection connection_;
+};
+
 /// A value that tells its observers when it becomes a different one. Lives on the main executor.
 ///
 /// Setting the value that it already holds wakes nobody. Observers are called after the new value stands, and may

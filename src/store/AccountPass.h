@@ -19,6 +19,8 @@ struct PassProgress {
     std::string mailbox;      ///< path of the mailbox that is being synced
     std::size_t position = 0; ///< from 1
     std::size_t count = 0;    ///< mailboxes of the pass
+
+    friend bool operator==(const PassProgress&, const PassProgress&) = default;
 };
 
 /// What a pass brought.

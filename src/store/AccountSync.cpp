@@ -4,6 +4,7 @@
 #include "platform/Log.h"
 #include "records/Labels.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace velmo {
@@ -60,8 +61,7 @@ PassHooks AccountSync::hooksFor(const MailAccount& account) {
     hooks.claim = [this, id = account.id](const std::string& path) { return claim(id, path); };
     hooks.onStored = [this, account](const AppliedDelta& applied) { announce(account, applied); };
     hooks.onProgress = [this, account](const PassProgress& step) {
-        progress.update([&](auto& all) { all[account.id] = step.mailbox; });
-        if (onProgress) onProgress(account, step);
+        progress.update([&](auto& all) { all[account.id] = step; });
     };
     return hooks;
 }
@@ -133,16 +133,35 @@ Async<void> AccountSync::syncInbox(MailAccount account, std::string path) {
     if (hooks_.checked) hooks_.checked(account, MailService::Check::inboxOnly);
 }
 
-Async<std::size_t> AccountSync::fetchOlder(MailAccount account, std::string path) {
+/// One step is written while the next is fetched.
+Async<std::size_t> AccountSync::fetchOlder(MailAccount account, std::string path, Backfill extent,
+                                           std::function<void(std::size_t)> onStored) {
     constexpr std::size_t step = 100;
     const auto self = shared_from_this();
     const auto engine = engines_.engine(account);
     const SyncState held = co_await environment_.writer.syncState(account.id, path);
-    if (held.oldestSyncedUID < 2) co_return 0;
-    auto older = co_await engine->fetchOlder(path, static_cast<std::uint32_t>(held.oldestSyncedUID), step);
-    const std::size_t count = older.size();
-    if (count > 0)
-        co_await environment_.writer.insertOlder(std::move(older), account.id, path, held.uidValidity, labelNewMail());
+    auto oldest = static_cast<std::uint32_t>(held.oldestSyncedUID);
+    std::vector<SyncedMessage> fetched, waiting;
+    std::size_t count = 0;
+    const auto write = [&]() -> Async<void> {
+        if (waiting.empty()) co_return;
+        count += waiting.size();
+        auto messages = std::exchange(waiting, {});
+        co_await environment_.writer.insertOlder(std::move(messages), account.id, path, held.uidValidity,
+                                                 labelNewMail());
+        directory_.recordsChanged();
+        if (onStored) onStored(count);
+    };
+    const auto fetch = [&]() -> Async<void> { fetched = co_await engine->fetchOlder(path, oldest, step); };
+    for (bool goesOn = true; goesOn;) {
+        co_await both(write, fetch);
+        const auto before = oldest;
+        for (const auto& message : fetched) oldest = std::min(oldest, message.uid);
+        waiting = std::exchange(fetched, {});
+        // A server that repeats itself ends it as well.
+        goesOn = extent == Backfill::everything && oldest < before;
+    }
+    co_await write();
     co_return count;
 }
 

@@ -49,18 +49,21 @@ class AccountSync : public std::enable_shared_from_this<AccountSync> {
     /// Asks the server for its mailboxes again. Throws what the engine and the writer throw.
     Async<void> listMailboxes(MailAccount account);
 
-    /// Fetches up to 100 messages that are older than what is held of the mailbox; gives how many came. Throws.
-    Async<std::size_t> fetchOlder(MailAccount account, std::string path);
+    enum class Backfill { nextStep, everything };
+
+    /// Fetches messages that are older than what is held of the mailbox: the next 100, or all of them. `onStored` is
+    /// told after each step how many there were so far; gives how many in the end. What was stored before a failure
+    /// stays. Throws what the engine and the writer throw.
+    Async<std::size_t> fetchOlder(MailAccount account, std::string path, Backfill extent,
+                                  std::function<void(std::size_t)> onStored = {});
 
     /// "{account}/{path}" of each mailbox that is being synced.
     Observed<std::set<std::string>> syncingMailboxes;
 
     /// Where the pass of each account stands; absent when none runs.
-    Observed<std::map<UUID, std::string>> progress;
+    Observed<std::map<UUID, PassProgress>> progress;
     /// What the last pass of an account brought.
     const std::map<UUID, PassResult>& lastResults() const { return lastResults_; }
-    /// Told at each step of a pass.
-    std::function<void(const MailAccount&, const PassProgress&)> onProgress;
 
     StoreEnvironment& environment() { return environment_; }
     StoreStatus& status() { return status_; }

@@ -68,7 +68,7 @@ MessageActions::Hooks MailStore::actionHooks() {
 
 void MailStore::checked(const MailAccount& account, MailService::Check check) {
     for (const auto& service : services_) service->checked(account, check);
-    if (!isStopping_) prefetch_->start(account);
+    if (isRunning_ && !isStopping_) prefetch_->start(account);
 }
 
 std::optional<std::string> MailStore::selectedMailbox(const UUID& accountID) const {
@@ -89,6 +89,7 @@ Async<void> MailStore::start() {
     if (environment_.isShowingSamples) co_return;
     co_await keepHouse();
     if (isStopping_) co_return;
+    isRunning_ = true;
     for (const auto& service : services_) service->start();
     lists_->startIndexing();
     std::set<UUID> present;

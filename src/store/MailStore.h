@@ -119,6 +119,7 @@ class MailStore {
     std::vector<Task> background_;
     bool hasKeptHouse_ = false;
     bool hasOpenedDefaultView_ = false;
+    bool isRunning_ = false;
     bool isStopping_ = false;
 };
 

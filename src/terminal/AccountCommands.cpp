@@ -56,7 +56,7 @@ AccountDraft draftFrom(const AddWords& words) {
 
 std::string passwordFor(Session& session, const AddWords& words) {
     if (words.passwordFromInput) {
-        if (auto line = Console::readLineFromInput()) return std::move(*line);
+        if (auto line = co_await session.console.readLineFromInput()) return std::move(*line);
         throw CommandError(tr("There was no password on standard input."));
     }
     auto typed = session.console.askSecret(tr("Password for {}: ", printable(text::repairedUTF8(words.email))));

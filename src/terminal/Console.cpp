@@ -109,6 +109,10 @@ void Console::bytes(BytesView bytes) {
     put(bytes, out_);
 }
 
+void Console::flush() {
+    std::fflush(out_);
+}
+
 void Console::note(std::string_view text) {
     progress({});
     std::fflush(out_);

@@ -27,6 +27,9 @@ class Console {
     /// Bytes on standard output, as they are.
     void bytes(BytesView bytes);
 
+    /// Brings out what has been written so far.
+    void flush();
+
     /// A line on standard error: what went wrong, or a word beside the result.
     void note(std::string_view text);
 

@@ -8,7 +8,7 @@ class App;
 
 namespace velmo {
 
-/// `sync`, `mailboxes` and `list`. Parsing sets `body` when one of them was asked for.
+/// What is done with the mail of the accounts. Parsing sets `body` when one of these commands was asked for.
 void addMailCommands(CLI::App& program, CommandBody& body);
 
 }

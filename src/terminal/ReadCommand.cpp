@@ -40,7 +40,7 @@ Async<Bytes> sourceOf(Session& session, const ReadWords& words) {
     co_await session.app.openMail();
     auto record = session.app.mail().messages.find(words.id);
     if (!record) throw CommandError(tr("There is no message {}.", words.id));
-    auto source = co_await session.app.source(std::move(*record));
+    auto source = co_await session.app.store().bodies().source(std::move(*record));
     session.tellNotices();
     co_return source;
 }
@@ -88,7 +88,7 @@ void printMessage(Session& session, const ParsedMessage& message) {
 
 void save(Session& session, const ParsedMessage& message, const std::string& directory, nlohmann::json& document) {
     auto saved = nlohmann::json::array();
-    for (const auto& path : saveAttachments(message.attachments, directory)) {
+    for (const auto& path : saveAttachments(message.attachments, session.directory / directory)) {
         saved.push_back(path.string());
         if (!session.isJSON()) session.console.line(tr("Saved {}", printable(text::repairedUTF8(path.string()))));
     }

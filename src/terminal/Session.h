@@ -5,6 +5,7 @@
 #include "base/UserError.h"
 #include "terminal/Console.h"
 
+#include <filesystem>
 #include <functional>
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
@@ -22,6 +23,13 @@ struct Session {
     Application& app;
     Console& console;
     Output output;
+
+    /// Where the command runs: in a process that ends with it, or in the application, which goes on.
+    enum class Place { ownProcess, application };
+    Place place = Place::ownProcess;
+
+    /// What relative paths in the command's words start from.
+    std::filesystem::path directory;
 
     bool isJSON() const { return output == Output::json; }
 

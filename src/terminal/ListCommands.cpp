@@ -1,0 +1,239 @@
+#include "terminal/ListCommands.h"
+
+#include "base/Localisation.h"
+#include "base/Text.h"
+#include "terminal/MessageRows.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+namespace velmo {
+
+namespace {
+
+using nlohmann::json;
+
+struct ListWords {
+    std::optional<std::string> mailbox;
+    std::optional<std::string> account;
+    std::optional<std::string> label;
+    std::optional<InboxFocus> focus;
+    std::string search;
+    std::optional<std::int64_t> thread;
+    std::optional<MessagePlace> page;
+    bool onlyUnread = false;
+    std::size_t limit = 50;
+};
+
+// --- mailboxes ------------------------------------------------------------------------------------------------------
+
+Async<void> mailboxes(Session& session, const std::optional<std::string>& email) {
+    co_await session.app.openMail();
+    auto document = json::array();
+    std::vector<std::vector<std::string>> rows{{tr("Account"), tr("Mailbox"), tr("Role"), tr("Unread"), tr("Total")}};
+    for (const auto& account : chosenAccounts(session, email)) {
+        for (const auto& mailbox : session.app.mail().mailboxes.of(account.id)) {
+            document.push_back({{"account", account.email},
+                                {"path", mailbox.path},
+                                {"name", mailbox.name},
+                                {"role", std::string(rawText(mailbox.role()))},
+                                {"unread", mailbox.unreadCount},
+                                {"total", mailbox.totalCount}});
+            rows.push_back({printable(account.email), printable(mailbox.path), std::string(rawText(mailbox.role())),
+                            std::to_string(mailbox.unreadCount), std::to_string(mailbox.totalCount)});
+        }
+    }
+    if (session.isJSON()) {
+        session.print(document);
+        co_return;
+    }
+    if (rows.size() == 1) {
+        session.console.note(tr("No mailbox is here yet. Bring in the mail with: velmo sync"));
+        co_return;
+    }
+    for (const auto& line : tableLines(rows)) session.console.line(line);
+}
+
+// --- list -----------------------------------------------------------------------------------------------------------
+
+/// The mailboxes that `word` names, as a role or as a path.
+std::vector<MailboxRecord> mailboxesNamed(Session& session, const std::vector<MailAccount>& accounts,
+                                          const std::string& word) {
+    const auto role = mailboxRoleFrom(text::lowered(word));
+    const std::string path = canonicalMailboxPath(word);
+    std::vector<MailboxRecord> byRole, byPath;
+    for (const auto& account : accounts) {
+        for (const auto& mailbox : session.app.mail().mailboxes.of(account.id)) {
+            if (role && mailbox.role() == *role) byRole.push_back(mailbox);
+            if (mailbox.path == path) byPath.push_back(mailbox);
+        }
+    }
+    return byRole.empty() ? byPath : byRole;
+}
+
+/// Every mailbox but those of spam and trash, for a search.
+std::vector<MailboxRecord> searchedMailboxes(Session& session, const std::vector<MailAccount>& accounts) {
+    std::vector<MailboxRecord> found;
+    for (const auto& account : accounts)
+        for (auto& mailbox : session.app.mail().mailboxes.of(account.id))
+            if (mailbox.role() != MailboxRole::junk && mailbox.role() != MailboxRole::trash)
+                found.push_back(std::move(mailbox));
+    return found;
+}
+
+MessageListSource labelSource(Session& session, const ListWords& words) {
+    const std::string& key = *words.label;
+    if (!session.app.mail().labels.find(key))
+        throw CommandError(tr("There is no label {}.", printable(text::repairedUTF8(key))));
+    if (!words.account) return session.app.store().lists().resolve(UnifiedMailbox::label(key));
+    return session.app.store().lists().label(key, accountNamed(session, *words.account).id).value();
+}
+
+MessageListSource sourceOf(Session& session, const ListWords& words) {
+    if (words.label) return labelSource(session, words);
+    const auto accounts = chosenAccounts(session, words.account);
+    UnifiedScope scope;
+    scope.mailboxes = mailboxesNamed(session, accounts, words.mailbox.value_or("inbox"));
+    if (scope.mailboxes.empty() && words.mailbox)
+        throw CommandError(tr("There is no mailbox {}.", printable(text::repairedUTF8(*words.mailbox))));
+    const bool areInboxes =
+        std::ranges::all_of(scope.mailboxes, [](const auto& mailbox) { return mailbox.role() == MailboxRole::inbox; });
+    scope.view = areInboxes ? UnifiedMailbox::mailbox(MailboxRole::inbox) : UnifiedMailbox::folder("");
+    return scope;
+}
+
+/// As many rows as were asked for, or all there are.
+std::vector<MessageRecord> rowsOf(Session& session, MessagePageRequest request) {
+    std::vector<MessageRecord> rows;
+    const std::size_t wanted = request.limit;
+    for (;;) {
+        request.limit = wanted - rows.size();
+        auto page = session.app.store().lists().page(request);
+        std::ranges::move(page.records, std::back_inserter(rows));
+        if (!page.next || rows.size() >= wanted) return rows;
+        request.after = page.next;
+    }
+}
+
+void hint(Session& session, bool isEmpty) {
+    if (session.app.isShowingSamples()) {
+        session.console.note(tr("\nThis is sample mail. Read a message with: velmo read ID\n"
+                                "Add your own account with: velmo accounts add --email YOU@…"));
+    } else if (isEmpty) {
+        session.console.note(tr("No message is here. Bring in the mail with: velmo sync"));
+    }
+}
+
+void show(Session& session, const std::vector<MessageRecord>& rows, std::size_t limit) {
+    printRows(session, rows);
+    if (session.isJSON()) return;
+    hint(session, rows.empty());
+    if (rows.size() == limit)
+        session.console.note(tr("More with: --page {}", pageToken(MessagePlace::of(rows.back()))));
+}
+
+Async<void> list(Session& session, const ListWords& words) {
+    co_await session.app.openMail();
+    if (words.thread) {
+        const std::vector<std::int64_t> ids{*words.thread};
+        const MessageRecord of = messagesNumbered(session, ids).front();
+        printRows(session, session.app.store().lists().thread(of.accountID, of.threadKey));
+        co_return;
+    }
+    MessagePageRequest request(sourceOf(session, words), words.limit);
+    request.search = words.search;
+    request.focus = words.focus.value_or(InboxFocus::all);
+    request.showsUnreadOnly = words.onlyUnread;
+    request.after = words.page;
+    show(session, rowsOf(session, std::move(request)), words.limit);
+}
+
+Async<void> search(Session& session, const ListWords& words) {
+    co_await session.app.openMail();
+    UnifiedScope scope;
+    scope.mailboxes = searchedMailboxes(session, chosenAccounts(session, words.account));
+    scope.view = UnifiedMailbox::folder("");
+    MessagePageRequest request(std::move(scope), words.limit);
+    request.search = words.search;
+    request.after = words.page;
+    show(session, rowsOf(session, std::move(request)), words.limit);
+}
+
+// --- labels ---------------------------------------------------------------------------------------------------------
+
+Async<void> listLabels(Session& session) {
+    co_await session.app.openMail();
+    auto document = json::array();
+    std::vector<std::vector<std::string>> rows{{tr("Label"), tr("Name")}};
+    for (const auto& label : session.app.mail().labels.all()) {
+        document.push_back({{"key", label.key}, {"name", label.name}});
+        rows.push_back({printable(label.key), printable(label.name)});
+    }
+    if (session.isJSON()) {
+        session.print(document);
+        co_return;
+    }
+    for (const auto& line : tableLines(rows)) session.console.line(line);
+}
+
+// --- words ----------------------------------------------------------------------------------------------------------
+
+void addPaging(CLI::App& command, const std::shared_ptr<ListWords>& words) {
+    command.add_option("--account", words->account, tr("Only this account"));
+    command.add_option("--limit", words->limit, tr("How many at most"))
+        ->check(CLI::Range(std::size_t{1}, std::size_t{100'000}))
+        ->capture_default_str();
+    command
+        .add_option_function<std::string>(
+            "--page", [words](const std::string& token) { words->page = placeFrom(token); },
+            tr("Go on behind the row with this token"))
+        ->check([](const std::string& token) { return placeFrom(token) ? std::string{} : tr("is no page token"); });
+}
+
+void addFocus(CLI::App& command, const std::shared_ptr<ListWords>& words) {
+    const std::vector<std::string> names{"important", "other", "all"};
+    command
+        .add_option_function<std::string>(
+            "--focus", [words](const std::string& word) { words->focus = inboxFocusFrom(word); },
+            tr("A part of the inbox: important, other or all"))
+        ->check(CLI::IsMember(names));
+}
+
+void addList(CLI::App& program, CommandBody& body) {
+    auto words = std::make_shared<ListWords>();
+    auto* listing = program.add_subcommand("list", tr("Show messages, newest first"));
+    listing->add_option("--mailbox", words->mailbox,
+                        tr("A role (inbox, sent, junk…) or a path; the inboxes by default"));
+    listing->add_option("--label", words->label, tr("The messages with this label, by its key"))->excludes("--mailbox");
+    listing->add_option("--search", words->search, tr("Only what these words are found in"));
+    listing->add_option("--thread", words->thread, tr("The conversation of this message"));
+    listing->add_flag("--unread", words->onlyUnread, tr("Only unread messages"));
+    addFocus(*listing, words);
+    addPaging(*listing, words);
+    listing->callback([words, &body] { body = [words](Session& session) { return list(session, *words); }; });
+}
+
+void addSearch(CLI::App& program, CommandBody& body) {
+    auto words = std::make_shared<ListWords>();
+    auto* searching = program.add_subcommand("search", tr("Find messages by words in them, newest first"));
+    searching->add_option("QUERY", words->search, tr("Words that all are to be found"))->required();
+    addPaging(*searching, words);
+    searching->callback([words, &body] { body = [words](Session& session) { return search(session, *words); }; });
+}
+
+}
+
+void addListCommands(CLI::App& program, CommandBody& body) {
+    auto account = std::make_shared<std::optional<std::string>>();
+    auto* mailboxing = program.add_subcommand("mailboxes", tr("Show the mailboxes with their counts"));
+    mailboxing->add_option("--account", *account, tr("Only this account"));
+    mailboxing->callback(
+        [account, &body] { body = [account](Session& session) { return mailboxes(session, *account); }; });
+    addList(program, body);
+    addSearch(program, body);
+    auto* labelling = program.add_subcommand("labels", tr("Show the labels"));
+    labelling->callback([&body] { body = listLabels; });
+}
+
+}

@@ -1,0 +1,92 @@
+#include "terminal/MessageRows.h"
+
+#include "base/Localisation.h"
+#include "base/Text.h"
+#include "terminal/LocalTime.h"
+#include "terminal/MessageJSON.h"
+
+#include <algorithm>
+#include <map>
+#include <nlohmann/json.hpp>
+
+namespace velmo {
+
+namespace {
+
+std::string senderOf(const MessageRecord& message) {
+    const std::string& name = message.fromName.empty() ? message.fromEmail : message.fromName;
+    return printable(text::repairedUTF8(name));
+}
+
+std::string rowText(const Session& session, const MessageRecord& message, std::size_t idColumns, Date now) {
+    const Console& console = session.console;
+    const auto style = message.isSeen ? Console::Style::plain : Console::Style::bold;
+    std::string marks;
+    marks += message.isSeen ? " " : "●";
+    marks += message.isFlagged ? "★" : " ";
+    marks += message.isAnswered ? "↩" : " ";
+    marks += message.hasInvite ? "▦" : message.hasAttachments ? "+" : " ";
+    const std::string id = std::to_string(message.id);
+    const std::string front = std::string(idColumns - id.size(), ' ') + id;
+    const std::size_t used = idColumns + 4 + 10 + 22 + 8;
+    const std::size_t left = std::max<std::size_t>(console.width(), used + 20) - used;
+    const std::string subject = printable(message.subject.empty() ? tr("(no subject)") : message.subject);
+    const std::string shown = columns(subject) + 4 < left ? subject : fitted(subject, left);
+    std::string line =
+        fmt::format("{}  {}  {}  {}  {}", console.styled(Console::Style::dim, front),
+                    console.styled(Console::Style::yellow, marks), fitted(shortDate(message.date, now), 10),
+                    console.styled(style, fitted(senderOf(message), 22)), console.styled(style, shown));
+    if (columns(shown) + 4 < left && !message.snippet.empty()) {
+        const std::size_t rest = left - columns(shown) - 2;
+        const std::string snippet = printable(message.snippet);
+        line += "  " + console.styled(Console::Style::dim, fitted(snippet, std::min(rest, columns(snippet))));
+    }
+    return line;
+}
+
+}
+
+nlohmann::json jsonOfRows(Session& session, const std::vector<MessageRecord>& messages) {
+    std::map<UUID, std::string> addresses;
+    for (const auto& account : session.app.mailAccounts()) addresses[account.id] = account.email;
+    auto document = nlohmann::json::array();
+    for (const auto& message : messages) {
+        document.push_back(jsonOf(message, addresses[message.accountID]));
+        document.back()["page"] = pageToken(MessagePlace::of(message));
+    }
+    return document;
+}
+
+void printRows(Session& session, const std::vector<MessageRecord>& messages) {
+    if (session.isJSON()) {
+        session.print(jsonOfRows(session, messages));
+        return;
+    }
+    std::size_t idColumns = 1;
+    for (const auto& message : messages) idColumns = std::max(idColumns, std::to_string(message.id).size());
+    const Date now = session.app.clock().now();
+    for (const auto& message : messages) session.console.line(rowText(session, message, idColumns, now));
+}
+
+std::string pageToken(const MessagePlace& place) {
+    return fmt::format("{}.{}", place.date.time_since_epoch().count(), place.id);
+}
+
+std::optional<MessagePlace> placeFrom(std::string_view token) {
+    const auto words = text::split(token, '.');
+    if (words.size() != 2) return std::nullopt;
+    const auto date = text::parseSigned64(words[0]);
+    const auto id = text::parseSigned64(words[1]);
+    if (!date || !id) return std::nullopt;
+    return MessagePlace{Date{Duration{*date}}, *id};
+}
+
+std::vector<MessageRecord> messagesNumbered(Session& session, const std::vector<std::int64_t>& ids) {
+    auto messages = session.app.mail().messages.find(ids);
+    for (const auto id : ids)
+        if (std::ranges::find(messages, id, &MessageRecord::id) == messages.end())
+            throw CommandError(tr("There is no message {}.", id));
+    return messages;
+}
+
+}
