@@ -2,15 +2,14 @@
 
 #include "accounts/MailAccount.h"
 #include "base/Async.h"
-#include "base/Task.h"
 #include "store/AccountEngines.h"
+#include "store/BodyBudget.h"
 #include "store/BodyDownloads.h"
 #include "store/StoreEnvironment.h"
 
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <optional>
 
 namespace velmo {
 
@@ -23,17 +22,19 @@ struct BodyPrefetchLimits {
 };
 
 /// Fills the body files and the body index before a person asks: the newest messages first, those in junk and trash
-/// never. Lives on the main executor, one task an account. Made by std::make_shared.
+/// never. Lives on the main executor, one task an account. Dropping it cancels the tasks.
 ///
 /// Of a message the file is written first, then its text is indexed, then its record is marked; whatever a crash left
 /// undone is completed by the next start. Bodies of messages that are not younger than the date of the setting
 /// "bodyCutoff.{accountID}" are left on the server.
-class BodyPrefetch : public std::enable_shared_from_this<BodyPrefetch> {
+class BodyPrefetch {
   public:
     /// `environment` and `engines` outlive this and the tasks that run; see `cancelAll`.
     BodyPrefetch(StoreEnvironment& environment, AccountEngines& engines, std::shared_ptr<BodyDownloads> downloads,
                  BodyPrefetchLimits limits = {});
     ~BodyPrefetch();
+    BodyPrefetch(const BodyPrefetch&) = delete;
+    BodyPrefetch& operator=(const BodyPrefetch&) = delete;
 
     /// Starts the prefetch of the account. One that runs looks once more before it ends. Does nothing while the samples
     /// are shown. A failure ends the prefetch with a line in the log; the next start tries again.
@@ -45,7 +46,7 @@ class BodyPrefetch : public std::enable_shared_from_this<BodyPrefetch> {
     Async<void> finished(UUID accountID);
 
     /// Ends the prefetch of an account that is being removed, waits until nothing of it is under way any longer, and
-    /// forgets its cut-off date. The account's files are to be removed after this.
+    /// forgets its cut-off date. The account's files are to be removed after this. Throws FileError.
     Async<void> cancel(UUID accountID);
 
     /// Ends every prefetch and waits for that; for the end of the program.
@@ -60,11 +61,16 @@ class BodyPrefetch : public std::enable_shared_from_this<BodyPrefetch> {
 
   private:
     struct Run;
-    std::map<UUID, std::shared_ptr<Run>> runs_;
+
+    static void stop(Run& run);
+    static Async<void> end(std::shared_ptr<Run> run);
+
     StoreEnvironment& environment_;
     AccountEngines& engines_;
     std::shared_ptr<BodyDownloads> downloads_;
     BodyPrefetchLimits limits_;
+    std::shared_ptr<BodyBudget> budget_;
+    std::map<UUID, std::shared_ptr<Run>> runs_;
 };
 
 }

@@ -39,14 +39,17 @@ class BodyStore : public std::enable_shared_from_this<BodyStore> {
     const std::shared_ptr<MessageCache>& cache() const { return cache_; }
 
   private:
-    /// One load, which ends when nobody waits for it any longer.
+    /// One load, which is cancelled when nobody waits for it any longer.
     struct Load;
+    struct Loaded;
 
-    Async<std::shared_ptr<Load>> loaded(MessageRecord record);
+    Async<std::shared_ptr<Load>> load(MessageRecord record);
     static Async<void> run(std::shared_ptr<BodyStore> self, std::weak_ptr<Load> weak, MessageRecord record);
-    Async<bool> readFile(std::weak_ptr<Load> load, const MessageRecord& record);
-    Async<void> download(std::weak_ptr<Load> load, const MessageRecord& record);
+    Async<Loaded> bring(const MessageRecord& record);
+    Async<bool> readFile(const MessageRecord& record, Loaded& loaded);
+    Async<void> download(const MessageRecord& record, Loaded& loaded);
     Async<Bytes> fetch(const MessageRecord& record);
+    Async<void> note(const MessageRecord& record, const Loaded& loaded);
     Bytes sample(const MessageRecord& record) const;
 
     StoreEnvironment& environment_;

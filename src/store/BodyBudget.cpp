@@ -1,0 +1,98 @@
+#include "store/BodyBudget.h"
+
+#include "platform/FileError.h"
+#include "platform/Log.h"
+
+#include <algorithm>
+
+namespace velmo {
+
+namespace {
+
+constexpr std::int64_t fileBlock = 4096;
+constexpr std::size_t evictionStep = 500;
+
+}
+
+std::string bodyCutoffKey(const UUID& accountID) {
+    return "bodyCutoff." + accountID.text();
+}
+
+// --- Counting --------------------------------------------------------------------------------------------------
+
+void BodyBudget::add(std::int64_t bytes) {
+    if (stored_) *stored_ += (bytes + fileBlock - 1) / fileBlock * fileBlock;
+}
+
+Async<bool> BodyBudget::isExceeded() {
+    const bool isFresh = !stored_;
+    if (isFresh) co_await count();
+    // Bodies also go with their messages, which nobody tells here.
+    if (!isFresh && *stored_ > mostStored_) co_await count();
+    co_return *stored_ > mostStored_;
+}
+
+Async<void> BodyBudget::count() {
+    stored_ = co_await callOn(environment_.executors.background, [this] { return environment_.files.storedBytes(); });
+}
+
+// --- Eviction --------------------------------------------------------------------------------------------------
+
+Async<void> BodyBudget::evict() {
+    if (isEvicting_) co_return;
+    isEvicting_ = true;
+    std::exception_ptr failure;
+    try {
+        co_await evictOldest();
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    isEvicting_ = false;
+    if (failure) std::rethrow_exception(failure);
+}
+
+Async<void> BodyBudget::evictOldest() {
+    const auto rows = co_await callOn(environment_.executors.background, [this] {
+        return environment_.context.container()->makeContext()->bodies.oldestHeld(evictedAtOnce);
+    });
+    for (std::size_t start = 0; start < rows.size() && *stored_ > storedAfterEviction_; start += evictionStep) {
+        const auto deleted =
+            co_await callOn(environment_.executors.background, [&] { return deleteFiles(rows, start); });
+        recordEvicted(deleted);
+    }
+}
+
+/// One step of the eviction. The files go first: a record without its file is noticed when it is opened, a file without
+/// a record never.
+std::vector<BodyRow> BodyBudget::deleteFiles(const std::vector<BodyRow>& rows, std::size_t start) {
+    std::vector<BodyRow> deleted;
+    const std::size_t end = std::min(rows.size(), start + evictionStep);
+    for (std::size_t i = start; i<end&& * stored_> storedAfterEviction_; ++i) {
+        *stored_ -= environment_.files.bodyFileSize(rows[i].key);
+        environment_.files.deleteBody(rows[i].key);
+        deleted.push_back(rows[i]);
+    }
+    return deleted;
+}
+
+void BodyBudget::recordEvicted(const std::vector<BodyRow>& rows) {
+    environment_.context.transaction([&] {
+        const BodyTable::Outcome without;
+        for (const BodyRow& row : rows) environment_.context.bodies.record(row, without);
+    });
+    std::map<UUID, Date> newest;
+    for (const BodyRow& row : rows) newest[row.key.accountID] = row.date; // they come by rising date
+    for (const auto& [accountID, date] : newest) raiseCutoff(accountID, date);
+}
+
+void BodyBudget::raiseCutoff(const UUID& accountID, Date date) {
+    if (!environment_.account(accountID)) return;
+    const std::string key = bodyCutoffKey(accountID);
+    try {
+        if (environment_.settings.date(key).value_or(Date::min()) < date) environment_.settings.setDate(key, date);
+    } catch (const FileError& error) {
+        log("Mail").error("Couldn't keep a cut-off date: {}", pub(error.sentence()));
+    }
+}
+
+}

@@ -1,0 +1,207 @@
+#include "store/BodyFetch.h"
+
+#include "base/UserError.h"
+#include "store/ReadBody.h"
+
+#include <deque>
+#include <map>
+#include <string>
+#include <utility>
+
+namespace velmo {
+
+namespace {
+
+constexpr std::size_t messagesOfSlice = 4;
+/// What a connection holds in memory at a time, unless one message alone is larger.
+constexpr std::int64_t bytesOfSlice = 10'000'000;
+
+/// Calls `operation(0)` to `operation(3)`, and runs the four at the same time.
+template <class Operation>
+Async<void> onEachConnection(Operation& operation) {
+    static_assert(BodyFetch::connections == 4);
+    const auto firstTwo = [&operation] {
+        return both([&operation] { return operation(0); }, [&operation] { return operation(1); });
+    };
+    const auto lastTwo = [&operation] {
+        return both([&operation] { return operation(2); }, [&operation] { return operation(3); });
+    };
+    co_await both([&firstTwo] { return firstTwo(); }, [&lastTwo] { return lastTwo(); });
+}
+
+}
+
+/// What one command fetches.
+struct BodyFetch::Slice {
+    std::vector<BodyRow> rows; ///< of one mailbox
+    std::int64_t bytes = 0;
+
+    const std::string& path() const { return rows.front().key.mailboxPath; }
+    bool hasRoomFor(const BodyRow& row) const {
+        return rows.size() < messagesOfSlice && bytes + row.size <= bytesOfSlice;
+    }
+};
+
+/// A body that is in the files and in the index.
+struct BodyFetch::Kept {
+    BodyRow row;
+    std::string snippet;
+    std::int64_t bytes = 0;
+};
+
+struct BodyFetch::Batch {
+    std::vector<BodyRow> rows;
+    std::deque<Slice> waiting;
+    std::vector<Kept> kept;
+    std::exception_ptr failure;
+
+    std::set<std::int64_t> withoutBody() const {
+        std::set<std::int64_t> ids;
+        for (const BodyRow& row : rows) ids.insert(row.id);
+        for (const Kept& one : kept) ids.erase(one.row.id);
+        return ids;
+    }
+};
+
+namespace {
+
+/// Takes bodies apart whose files are written, and indexes them in one commit.
+class Indexing {
+  public:
+    std::string add(const BodyRow& row, BytesView source) {
+        ReadBody body = readBody(source);
+        if (!row.messageID.value_or("").empty() && !body.indexText.empty())
+            documents_.push_back({*row.messageID, std::move(body.indexText)});
+        return std::move(body.snippet);
+    }
+    void commit(BodyIndex& index, const UUID& accountID) { index.add(documents_, accountID); }
+
+  private:
+    std::vector<BodyIndex::Document> documents_;
+};
+
+}
+
+std::vector<BodyFetch::Slice> BodyFetch::slices(std::vector<BodyRow> rows) {
+    std::vector<Slice> slices;
+    std::map<std::string, std::size_t> open; // the last slice of each mailbox
+    for (BodyRow& row : rows) {
+        const auto [found, isNew] = open.try_emplace(row.key.mailboxPath, slices.size());
+        if (!isNew && !slices[found->second].hasRoomFor(row)) found->second = slices.size();
+        if (found->second == slices.size()) slices.emplace_back();
+        Slice& slice = slices[found->second];
+        slice.bytes += row.size;
+        slice.rows.push_back(std::move(row));
+    }
+    return slices;
+}
+
+Async<std::set<std::int64_t>> BodyFetch::fetch(std::vector<BodyRow> rows) {
+    Batch batch;
+    batch.rows = std::move(rows);
+    try {
+        co_await adoptFiles(batch);
+        co_await download(batch);
+    } catch (...) {
+        batch.failure = std::current_exception();
+    }
+    // Also what a cancelled batch has brought is marked.
+    co_await ignoreCancellation();
+    co_await record(batch);
+    co_await allowCancellation();
+    if (batch.failure) std::rethrow_exception(batch.failure);
+    co_return batch.withoutBody();
+}
+
+/// A crash leaves files whose records were not marked.
+Async<void> BodyFetch::adoptFiles(Batch& batch) {
+    co_await callOn(environment_.executors.background, [&] {
+        Indexing indexing;
+        for (const BodyRow& row : batch.rows) {
+            const auto source = environment_.files.loadBody(row.key);
+            if (source) batch.kept.push_back({row, indexing.add(row, *source), 0});
+        }
+        indexing.commit(environment_.bodyIndex, account_.id);
+    });
+}
+
+Async<void> BodyFetch::download(Batch& batch) {
+    const auto missing = batch.withoutBody();
+    std::vector<BodyRow> rows;
+    for (const BodyRow& row : batch.rows) {
+        if (missing.contains(row.id)) rows.push_back(row);
+    }
+    for (Slice& slice : slices(std::move(rows))) batch.waiting.push_back(std::move(slice));
+    const auto worker = [this, &batch](std::size_t connection) { return work(connection, batch); };
+    co_await onEachConnection(worker);
+}
+
+/// Fetches slices until there are none, or a connection has failed.
+Async<void> BodyFetch::work(std::size_t connection, Batch& batch) {
+    try {
+        while (!batch.waiting.empty() && !batch.failure) {
+            Slice slice = std::move(batch.waiting.front());
+            batch.waiting.pop_front();
+            co_await fetchSlice(connection, std::move(slice), batch);
+        }
+    } catch (...) {
+        if (!batch.failure) batch.failure = std::current_exception();
+    }
+}
+
+Async<void> BodyFetch::fetchSlice(std::size_t connection, Slice slice, Batch& batch) {
+    std::erase_if(slice.rows, [this](const BodyRow& row) { return downloads_.contains(row.id); });
+    if (slice.rows.empty()) co_return;
+    std::set<std::int64_t> ids;
+    std::vector<std::uint32_t> uids;
+    for (const BodyRow& row : slice.rows) {
+        ids.insert(row.id);
+        uids.push_back(static_cast<std::uint32_t>(row.key.uid));
+    }
+    const auto mark = downloads_.mark(std::move(ids));
+    auto& engine = pool_[connection];
+    if (!engine) engine = engines_.makeEngine(account_);
+    auto sources = co_await engine->fetchRawMessages(slice.path(), std::move(uids));
+
+    std::vector<Kept> kept;
+    co_await callOn(environment_.executors.background, [&] {
+        Indexing indexing;
+        for (const BodyRow& row : slice.rows) {
+            const auto found = sources.find(static_cast<std::uint32_t>(row.key.uid));
+            if (found == sources.end()) continue;
+            environment_.files.saveBody(found->second, row.key);
+            const auto bytes = static_cast<std::int64_t>(found->second.size());
+            kept.push_back({row, indexing.add(row, found->second), bytes});
+        }
+        indexing.commit(environment_.bodyIndex, account_.id);
+    });
+    for (const Kept& one : kept) budget_.add(one.bytes);
+    batch.kept.insert(batch.kept.end(), std::move_iterator(kept.begin()), std::move_iterator(kept.end()));
+}
+
+/// A message that went meanwhile took its files with it, but not the one that was written since.
+Async<void> BodyFetch::record(const Batch& batch) {
+    std::vector<BodyKey> gone;
+    environment_.context.transaction([&] {
+        for (const Kept& one : batch.kept) {
+            BodyTable::Outcome outcome;
+            outcome.hasBody = true;
+            outcome.snippet = one.snippet;
+            if (!environment_.context.bodies.record(one.row, outcome)) gone.push_back(one.row.key);
+        }
+    });
+    if (gone.empty()) co_return;
+    co_await callOn(environment_.executors.background, [&] {
+        for (const BodyKey& key : gone) environment_.files.deleteBody(key);
+    });
+}
+
+Async<void> BodyFetch::close() {
+    const auto disconnect = [this](std::size_t connection) -> Async<void> {
+        const auto engine = std::exchange(pool_[connection], nullptr);
+        if (engine) co_await engine->disconnect();
+    };
+    co_await onEachConnection(disconnect);
+}
+
+}

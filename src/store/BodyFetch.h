@@ -1,0 +1,64 @@
+#pragma once
+
+#include "accounts/MailAccount.h"
+#include "base/Async.h"
+#include "store/AccountEngines.h"
+#include "store/BodyBudget.h"
+#include "store/BodyDownloads.h"
+#include "store/StoreEnvironment.h"
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <set>
+#include <vector>
+
+namespace velmo {
+
+/// Brings bodies of one account in batches, over connections of its own that are kept from batch to batch. Used from
+/// one coroutine at a time, on the main executor.
+class BodyFetch {
+  public:
+    static constexpr std::size_t connections = 4;
+
+    /// All of them outlive this.
+    BodyFetch(StoreEnvironment& environment, AccountEngines& engines, BodyDownloads& downloads, BodyBudget& budget,
+              MailAccount account)
+        : environment_(environment),
+          engines_(engines),
+          downloads_(downloads),
+          budget_(budget),
+          account_(std::move(account)) {}
+
+    /// Fetches these bodies, writes their files, indexes their texts and, in one commit at the end, marks their
+    /// records. A body whose file is there already is not fetched again. Gives the messages that still have no body:
+    /// the server no longer has them, or they are being opened now.
+    ///
+    /// Throws what the server, the disk or the store refused, after what had come until then was marked; the same when
+    /// it is cancelled.
+    Async<std::set<std::int64_t>> fetch(std::vector<BodyRow> rows);
+
+    /// Closes the connections; fails never.
+    Async<void> close();
+
+  private:
+    struct Slice;
+    struct Kept;
+    struct Batch;
+
+    static std::vector<Slice> slices(std::vector<BodyRow> rows);
+    Async<void> adoptFiles(Batch& batch);
+    Async<void> download(Batch& batch);
+    Async<void> work(std::size_t connection, Batch& batch);
+    Async<void> fetchSlice(std::size_t connection, Slice slice, Batch& batch);
+    Async<void> record(const Batch& batch);
+
+    StoreEnvironment& environment_;
+    AccountEngines& engines_;
+    BodyDownloads& downloads_;
+    BodyBudget& budget_;
+    MailAccount account_;
+    std::array<std::shared_ptr<SyncEngine>, connections> pool_;
+};
+
+}
