@@ -44,7 +44,7 @@ class StoreRig {
         account.email = "alice@example.test";
         account.username = std::move(user);
         account.incoming = server;
-        run([&]() -> Async<void> { co_await accounts_.add(account, password); });
+        runtime.run([&]() -> Async<void> { co_await accounts_.add(account, password); });
     }
 
     /// Alice's account on real servers.
