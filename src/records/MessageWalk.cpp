@@ -12,27 +12,24 @@ namespace {
 constexpr std::size_t smallestStep = 4;
 constexpr std::size_t largestStep = 512;
 
-/// The columns in front of the date in the index of the list. The literal conditions are those of the partial indexes,
-/// or SQLite would not use these.
-std::string_view condition(const MessageListQuery& query) {
-    const bool onlyUnread = query.show == MessageListQuery::Show::unread;
-    if (query.label)
-        return onlyUnread ? "labelsJoined > '' AND labelsJoined = ? AND isSeen = 0 "
-                          : "labelsJoined > '' AND labelsJoined = ? ";
+/// The index that holds a list in its order, and the columns of it in front of the date. The literal conditions are
+/// those of the partial indexes, or SQLite could not use these.
+std::string_view indexAndCondition(const MessageListQuery& query) {
+    if (query.label) return "labelledMessages WHERE labelsJoined <> '' AND labelsJoined = ? AND isSeen = ? ";
     switch (query.show) {
     case MessageListQuery::Show::all: break;
-    case MessageListQuery::Show::unread: return "isSeen = 0 AND isOther = ? ";
-    case MessageListQuery::Show::withoutBody: return "hasBody = 0 AND hasBody = ? ";
+    case MessageListQuery::Show::unread: return "unreadMessages WHERE isSeen = 0 AND isOther = ? ";
+    case MessageListQuery::Show::withoutBody: return "messagesWithoutBody WHERE hasBody = 0 AND hasBody = ? ";
     }
-    return "isOther = ? ";
+    return "messagesByDate WHERE isOther = ? ";
 }
 
 // A mailbox has few combinations of labels, and the index knows them without the messages that carry them.
 constexpr std::string_view labelCombinations =
     "WITH RECURSIVE found(labels) AS ("
-    "SELECT min(labelsJoined) FROM messages WHERE accountID = ?1 AND mailboxPath = ?2 AND labelsJoined > '' "
+    "SELECT min(labelsJoined) FROM messages WHERE accountID = ?1 AND mailboxPath = ?2 AND labelsJoined <> '' "
     "UNION ALL SELECT (SELECT min(labelsJoined) FROM messages WHERE accountID = ?1 AND mailboxPath = ?2 "
-    "AND labelsJoined > '' AND labelsJoined > found.labels) FROM found WHERE found.labels IS NOT NULL) "
+    "AND labelsJoined <> '' AND labelsJoined > found.labels) FROM found WHERE found.labels IS NOT NULL) "
     "SELECT labels FROM found WHERE labels IS NOT NULL";
 
 }
@@ -60,10 +57,10 @@ void MessageWalk::addStreams(const MailboxKey& mailbox) {
         addLabelStreams(mailbox);
         return;
     }
-    const auto add = [&](std::int64_t part) {
+    const auto add = [&](std::int64_t half) {
         auto& stream = streams_.emplace_back();
         stream.mailbox = &mailbox;
-        stream.part = part;
+        stream.half = half;
     };
     if (query_.show == MessageListQuery::Show::withoutBody) {
         add(0);
@@ -77,17 +74,21 @@ void MessageWalk::addLabelStreams(const MailboxKey& mailbox) {
     auto row = connection_.query(labelCombinations);
     row.bind(mailbox.accountID, mailbox.path);
     while (row.step()) {
-        auto labels = row.column<std::string>(0);
+        const auto labels = row.column<std::string>(0);
         if (!hasLabel(labels, *query_.label)) continue;
-        auto& stream = streams_.emplace_back();
-        stream.mailbox = &mailbox;
-        stream.part = std::move(labels);
+        for (const std::int64_t isSeen : {0, 1}) {
+            if (isSeen != 0 && query_.show == MessageListQuery::Show::unread) continue;
+            auto& stream = streams_.emplace_back();
+            stream.mailbox = &mailbox;
+            stream.half = isSeen;
+            stream.labels = labels;
+        }
     }
 }
 
 std::string MessageWalk::sql(std::string_view range) const {
-    return "SELECT date, id FROM messages WHERE accountID = ? AND mailboxPath = ? AND " +
-           std::string(condition(query_)) + "AND " + std::string(range);
+    return "SELECT date, id FROM messages INDEXED BY " + std::string(indexAndCondition(query_)) +
+           "AND accountID = ? AND mailboxPath = ? AND " + std::string(range);
 }
 
 std::optional<MessagePlace> MessageWalk::next() {
@@ -132,12 +133,12 @@ void MessageWalk::fill(Stream& stream) {
 
 void MessageWalk::read(Stream& stream, std::string_view sql, std::size_t rows, Date date, std::int64_t bound) {
     auto row = connection_.query(sql);
-    std::visit(
-        [&](const auto& part) {
-            row.bind(stream.mailbox->accountID, stream.mailbox->path, part, date, bound,
-                     static_cast<std::int64_t>(rows));
-        },
-        stream.part);
+    const auto& [account, path] = *stream.mailbox;
+    const auto limit = static_cast<std::int64_t>(rows);
+    if (query_.label)
+        row.bind(stream.labels, stream.half, account, path, date, bound, limit);
+    else
+        row.bind(stream.half, account, path, date, bound, limit);
     while (row.step()) {
         auto& place = stream.places.emplace_back();
         row.read(place.date, place.id);

@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <variant>
 #include <vector>
 
 namespace velmo {
@@ -35,7 +34,8 @@ class MessageWalk {
     /// A part of a mailbox that one index holds in the order of the list.
     struct Stream {
         const MailboxKey* mailbox = nullptr;
-        std::variant<std::int64_t, std::string> part;
+        std::int64_t half = 0;            ///< a mailbox is divided in two: by isOther, with labels by isSeen
+        std::string labels;               ///< one combination of labels, when the list is one of a label
         std::vector<MessagePlace> places; ///< read ahead, the next one last
         std::optional<MessagePlace> last; ///< the last one that was read
         bool isRead = false;              ///< nothing is left in the store

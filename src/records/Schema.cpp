@@ -92,7 +92,7 @@ DROP INDEX unreadMessages;
 CREATE INDEX unreadMessages ON messages (accountID, mailboxPath, isSeen, isOther, date) WHERE isSeen = 0;
 DROP INDEX messagesByThread;
 CREATE INDEX messagesByThread ON messages (accountID, threadKey, date);
-CREATE INDEX labelledMessages ON messages (accountID, mailboxPath, labelsJoined, date, isSeen) WHERE labelsJoined > '';
+CREATE INDEX labelledMessages ON messages (accountID, mailboxPath, labelsJoined, isSeen, date) WHERE labelsJoined <> '';
 CREATE INDEX messagesByMessageID ON messages (messageID) WHERE messageID IS NOT NULL;
 
 -- Filled step by step behind the writer: messages up to an id are in it, and those that are deleted stay. The reader

@@ -26,9 +26,8 @@ bool ListSearch::matches(std::int64_t id) {
 
 const std::optional<std::vector<std::int64_t>>& ListSearch::candidates() {
     if (std::exchange(hasCandidates_, true)) return candidates_;
-    if (terms_.isEmpty()) return candidates_.emplace();
-    candidates_ = context_.texts.search(terms_);
-    if (!candidates_) return candidates_;
+    candidates_ = terms_.isEmpty() ? std::vector<std::int64_t>() : context_.texts.search(terms_);
+    if (!candidates_ || terms_.isEmpty()) return candidates_;
     auto& all = *candidates_;
     for (const auto id : context_.lists.idsOf(messageIDs_)) all.push_back(id);
     for (const auto id : context_.texts.unindexed(mostUnindexed)) all.push_back(id);

@@ -113,27 +113,6 @@ TEST_F(MessageTableTest, PagesMeetWithoutGapOrOverlap) {
     EXPECT_EQ(context_->messages.unseenCount(inbox_), 13);
 }
 
-TEST_F(MessageTableTest, ListQueriesReadNothingButTheirRange) {
-    // Each of these must be answered from an index, in its order.
-    sqlite::Database raw(context_->container()->file());
-    for (const char* condition : {"", "AND isSeen = 0 ", "AND hasBody = 0 "}) {
-        for (const char* range :
-             {"AND date = 1 AND id < 2 ORDER BY id DESC", "AND date < 3 ORDER BY date DESC, id DESC"}) {
-            auto plan =
-                raw.query(std::string("EXPLAIN QUERY PLAN SELECT date, id FROM messages WHERE accountID = x'00' "
-                                      "AND mailboxPath = 'a' ") +
-                          condition + range);
-            ASSERT_TRUE(plan.step());
-            const auto step = plan.column<std::string>(3);
-            EXPECT_NE(step.find("USING COVERING INDEX"), std::string::npos) << step;
-            EXPECT_NE(step.find(std::string(range).find("id < 2") != std::string::npos ? "rowid<?" : "date<?"),
-                      std::string::npos)
-                << step;
-            EXPECT_FALSE(plan.step()) << plan.column<std::string>(3);
-        }
-    }
-}
-
 TEST_F(MessageTableTest, AnIdIsNeverGivenAgain) {
     const auto first = insert({message(1, 1), message(2, 2)});
     context_->messages.remove(inbox_, first);
