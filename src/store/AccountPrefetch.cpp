@@ -34,8 +34,10 @@ Async<void> AccountPrefetch::run(MailAccount account) {
     BodyFetch fetch(environment_, engines_, *downloads_, *budget_, account);
     std::exception_ptr failure;
     try {
-        co_await fillIndex(account.id);
+        const Compared before = co_await compared(account.id);
+        if (complete_ != before) co_await fillIndex(account.id);
         co_await fetchMissing(account.id, fetch);
+        complete_ = co_await compared(account.id);
     } catch (...) {
         failure = std::current_exception();
     }
@@ -77,6 +79,15 @@ struct AccountPrefetch::Backfill {
         return true;
     }
 };
+
+Async<AccountPrefetch::Compared> AccountPrefetch::compared(UUID accountID) {
+    co_return co_await callOn(environment_.executors.background, [&] {
+        Compared found;
+        found.bodiesHeld = environment_.context.container()->makeContext()->bodies.heldCount(accountID);
+        found.indexVersion = environment_.bodyIndex.version();
+        return found;
+    });
+}
 
 Async<void> AccountPrefetch::fillIndex(UUID accountID) {
     Backfill backfill;

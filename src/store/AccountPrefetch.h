@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <set>
 #include <span>
 #include <vector>
@@ -43,8 +44,16 @@ class AccountPrefetch {
   private:
     struct Backfill;
 
+    /// What the index is compared with.
+    struct Compared {
+        std::int64_t bodiesHeld = 0;
+        std::int64_t indexVersion = 0;
+        friend bool operator==(const Compared&, const Compared&) = default;
+    };
+
     Async<void> checkStop();
     Async<void> fillIndex(UUID accountID);
+    Async<Compared> compared(UUID accountID);
     Async<void> indexHeld(Backfill& backfill);
     void indexStep(Backfill& backfill, std::span<const BodyRow> rows);
     void forgetMissing(Backfill& backfill);
@@ -56,7 +65,8 @@ class AccountPrefetch {
     std::shared_ptr<BodyDownloads> downloads_;
     std::shared_ptr<BodyBudget> budget_;
     std::int64_t largestMessage_;
-    std::set<std::int64_t> textless_; ///< messages whose body has nothing to index
+    std::set<std::int64_t> textless_;  ///< messages whose body has nothing to index
+    std::optional<Compared> complete_; ///< as the last run left it; nothing is to be filled while it stays so
     bool isStopped_ = false;
 };
 

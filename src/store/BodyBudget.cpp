@@ -55,27 +55,32 @@ Async<void> BodyBudget::evictOldest() {
     const auto rows = co_await callOn(environment_.executors.background, [this] {
         return environment_.context.container()->makeContext()->bodies.oldestHeld(evictedAtOnce);
     });
-    for (std::size_t start = 0; start < rows.size() && *stored_ > storedAfterEviction_; start += evictionStep) {
-        const auto deleted =
-            co_await callOn(environment_.executors.background, [&] { return deleteFiles(rows, start); });
-        recordEvicted(deleted);
+    std::span<const BodyRow> rest(rows);
+    while (!rest.empty() && *stored_ > storedAfterEviction_) {
+        auto step = rest.first(std::min(rest.size(), evictionStep));
+        const std::int64_t excess = *stored_ - storedAfterEviction_;
+        const auto freed =
+            co_await callOn(environment_.executors.background, [&] { return deleteFiles(step, excess); });
+        *stored_ -= freed; // others add to it meanwhile
+        recordEvicted(step);
+        rest = rest.subspan(step.size());
     }
 }
 
-/// One step of the eviction. The files go first: a record without its file is noticed when it is opened, a file without
-/// a record never.
-std::vector<BodyRow> BodyBudget::deleteFiles(const std::vector<BodyRow>& rows, std::size_t start) {
-    std::vector<BodyRow> deleted;
-    const std::size_t end = std::min(rows.size(), start + evictionStep);
-    for (std::size_t i = start; i<end&& * stored_> storedAfterEviction_; ++i) {
-        *stored_ -= environment_.files.bodyFileSize(rows[i].key);
-        environment_.files.deleteBody(rows[i].key);
-        deleted.push_back(rows[i]);
+/// Deletes until so many bytes are free; gives how many are, and shortens `rows` to those that went. The files go
+/// before the marks: a record without its file is noticed when it is opened, a file without a record never.
+std::int64_t BodyBudget::deleteFiles(std::span<const BodyRow>& rows, std::int64_t excess) const {
+    std::int64_t freed = 0;
+    std::size_t count = 0;
+    for (; count < rows.size() && freed < excess; ++count) {
+        freed += environment_.files.bodyFileSize(rows[count].key);
+        environment_.files.deleteBody(rows[count].key);
     }
-    return deleted;
+    rows = rows.first(count);
+    return freed;
 }
 
-void BodyBudget::recordEvicted(const std::vector<BodyRow>& rows) {
+void BodyBudget::recordEvicted(std::span<const BodyRow> rows) {
     environment_.context.transaction([&] {
         const BodyTable::Outcome without;
         for (const BodyRow& row : rows) environment_.context.bodies.record(row, without);

@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <span>
 #include <string>
-#include <vector>
 
 namespace velmo {
 
@@ -38,8 +38,8 @@ class BodyBudget {
   private:
     Async<void> count();
     Async<void> evictOldest();
-    std::vector<BodyRow> deleteFiles(const std::vector<BodyRow>& rows, std::size_t start);
-    void recordEvicted(const std::vector<BodyRow>& rows);
+    std::int64_t deleteFiles(std::span<const BodyRow>& rows, std::int64_t excess) const;
+    void recordEvicted(std::span<const BodyRow> rows);
     void raiseCutoff(const UUID& accountID, Date date);
 
     StoreEnvironment& environment_;

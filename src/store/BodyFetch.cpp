@@ -3,8 +3,10 @@
 #include "base/UserError.h"
 #include "store/ReadBody.h"
 
+#include <algorithm>
 #include <deque>
 #include <map>
+#include <span>
 #include <string>
 #include <utility>
 
@@ -15,6 +17,9 @@ namespace {
 constexpr std::size_t messagesOfSlice = 4;
 /// What a connection holds in memory at a time, unless one message alone is larger.
 constexpr std::int64_t bytesOfSlice = 10'000'000;
+
+/// Texts that are indexed in one commit; a search waits for its end.
+constexpr std::size_t adoptedAtOnce = 16;
 
 /// Calls `operation(0)` to `operation(3)`, and runs the four at the same time.
 template <class Operation>
@@ -115,14 +120,19 @@ Async<std::set<std::int64_t>> BodyFetch::fetch(std::vector<BodyRow> rows) {
 
 /// A crash leaves files whose records were not marked.
 Async<void> BodyFetch::adoptFiles(Batch& batch) {
-    co_await callOn(environment_.executors.background, [&] {
-        Indexing indexing;
-        for (const BodyRow& row : batch.rows) {
-            const auto source = environment_.files.loadBody(row.key);
-            if (source) batch.kept.push_back({row, indexing.add(row, *source), 0});
-        }
-        indexing.commit(environment_.bodyIndex, account_.id);
-    });
+    std::span<const BodyRow> rest(batch.rows);
+    while (!rest.empty()) {
+        const auto step = rest.first(std::min(rest.size(), adoptedAtOnce));
+        rest = rest.subspan(step.size());
+        co_await callOn(environment_.executors.background, [&] {
+            Indexing indexing;
+            for (const BodyRow& row : step) {
+                const auto source = environment_.files.loadBody(row.key);
+                if (source) batch.kept.push_back({row, indexing.add(row, *source), 0});
+            }
+            indexing.commit(environment_.bodyIndex, account_.id);
+        });
+    }
 }
 
 Async<void> BodyFetch::download(Batch& batch) {
