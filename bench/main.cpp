@@ -1,7 +1,8 @@
-// Runs the benchmarks named (mime, imap, writer, sync), or all, and prints what this system and its peers did: a table,
-// or JSON with --json.
+// Runs the benchmarks named (mime, imap, writer, lists, sync), or all, and prints what this system and its peers did:
+// a table, or JSON with --json.
 
 #include "bench/IMAPBenchmark.h"
+#include "bench/ListBenchmark.h"
 #include "bench/MIMEBenchmark.h"
 #include "bench/SyncBenchmark.h"
 #include "bench/WriterBenchmark.h"
@@ -73,6 +74,7 @@ std::vector<Row> run(const std::string& program, const std::set<std::string>& ma
     }
     if (wanted("imap")) add(benchIMAP());
     if (wanted("writer")) add(benchWriter());
+    if (wanted("lists")) add(benchLists());
     if (wanted("sync")) add(benchSync(program));
     return rows;
 }

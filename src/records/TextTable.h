@@ -23,7 +23,7 @@ class TextTable {
 
     /// Whether the texts of a message hold all the words. False when it is gone.
     bool matches(std::int64_t id, const SearchTerms& terms);
-    /// The same; `messageID` is set to the message's own.
+    /// The same; `messageID` is set to the message's own when they don't.
     bool matches(std::int64_t id, const SearchTerms& terms, std::string& messageID);
 
     /// The indexed messages that can hold all the words; a superset, by rising id. Absent when all words are so short

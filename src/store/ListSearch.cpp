@@ -6,7 +6,8 @@ namespace velmo {
 
 namespace {
 
-/// How many messages that are not indexed yet are looked at.
+/// So many messages that are not indexed yet are looked at one by one. With more of them, a list does as well to look
+/// at its own.
 constexpr std::size_t mostUnindexed = 3'000;
 
 }
@@ -25,12 +26,15 @@ bool ListSearch::matches(std::int64_t id) {
 }
 
 const std::optional<std::vector<std::int64_t>>& ListSearch::candidates() {
-    if (std::exchange(hasCandidates_, true)) return candidates_;
+    if (hasCandidates_) return candidates_;
+    const auto unindexed = context_.texts.unindexed(mostUnindexed + 1);
+    if (unindexed.size() > mostUnindexed) return candidates_;
+    hasCandidates_ = true;
     candidates_ = terms_.isEmpty() ? std::vector<std::int64_t>() : context_.texts.search(terms_);
     if (!candidates_ || terms_.isEmpty()) return candidates_;
     auto& all = *candidates_;
     for (const auto id : context_.lists.idsOf(messageIDs_)) all.push_back(id);
-    for (const auto id : context_.texts.unindexed(mostUnindexed)) all.push_back(id);
+    all.insert(all.end(), unindexed.begin(), unindexed.end());
     std::ranges::sort(all);
     all.erase(std::unique(all.begin(), all.end()), all.end());
     return candidates_;

@@ -25,8 +25,8 @@ class ListSearch {
     /// Whether a message matches; reads its texts.
     bool matches(std::int64_t id);
 
-    /// The messages that can match, by rising id; to be looked at one by one. Absent when about every message can.
-    /// Found at the first call.
+    /// The messages that can match, by rising id; to be looked at one by one. Absent when about every message can, and
+    /// while most are not indexed yet.
     const std::optional<std::vector<std::int64_t>>& candidates();
 
   private:

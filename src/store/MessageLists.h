@@ -85,7 +85,7 @@ class MessageLists : public std::enable_shared_from_this<MessageLists> {
     std::optional<MessageListSource> label(std::string_view key, const UUID& accountID);
 
     /// Makes new mail fast to search, in small steps in the background, now and after each commit from now on. Mail
-    /// that is not yet so far is found all the same, the newest of it.
+    /// that is not yet so far is found all the same, only by more pages that are cut.
     void startIndexing();
 
   private:
