@@ -1,6 +1,7 @@
-// Runs the benchmarks named (mime, imap, writer, lists, sync), or all, and prints what this system and its peers did:
-// a table, or JSON with --json.
+// Runs the benchmarks named (mime, imap, writer, lists, sync, bodies), or all, and prints what this system and its
+// peers did: a table, or JSON with --json.
 
+#include "bench/BodyBenchmark.h"
 #include "bench/IMAPBenchmark.h"
 #include "bench/ListBenchmark.h"
 #include "bench/MIMEBenchmark.h"
@@ -76,6 +77,7 @@ std::vector<Row> run(const std::string& program, const std::set<std::string>& ma
     if (wanted("writer")) add(benchWriter());
     if (wanted("lists")) add(benchLists());
     if (wanted("sync")) add(benchSync(program));
+    if (wanted("bodies")) add(benchBodies(std::filesystem::path(program).replace_filename("velmo")));
     return rows;
 }
 
