@@ -56,6 +56,8 @@ void Runtime::cancelOnSignals() {
     state_->signals.async_wait([this](const boost::system::error_code& error, int) {
         if (error) return;
         state_->interrupted = true;
+        boost::system::error_code ignored;
+        state_->signals.clear(ignored);
         cancel();
     });
 }

@@ -34,7 +34,8 @@ class Runtime {
     /// Asks the running operation to end. May be called from any thread; from a signal handler it may not.
     void cancel();
 
-    /// Cancels the running operation upon SIGINT and SIGTERM, as long as this Runtime lives.
+    /// Cancels the running operation upon the first SIGINT or SIGTERM, as long as this Runtime lives. A second one
+    /// ends the process, as if nobody had asked.
     void cancelOnSignals();
 
     /// True when a signal has cancelled the operation.
