@@ -9,6 +9,6 @@
 
 int main(int count, char** words) {
     velmo::startLocalisation("/usr/share/locale");
-    velmo::Console console(stdout, stderr);
+    velmo::LocalConsole console(stdout, stderr);
     return velmo::runCommandLine(std::vector<std::string>(words + 1, words + count), console);
 }

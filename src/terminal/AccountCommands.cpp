@@ -54,14 +54,16 @@ AccountDraft draftFrom(const AddWords& words) {
     return draft;
 }
 
-std::string passwordFor(Session& session, const AddWords& words) {
+Async<std::string> passwordFor(Session& session, const AddWords& words) {
     if (words.passwordFromInput) {
-        if (auto line = co_await session.console.readLineFromInput()) return std::move(*line);
-        throw CommandError(tr("There was no password on standard input."));
+        auto line = co_await session.console.readLineFromInput();
+        if (!line) throw CommandError(tr("There was no password on standard input."));
+        co_return std::move(*line);
     }
-    auto typed = session.console.askSecret(tr("Password for {}: ", printable(text::repairedUTF8(words.email))));
+    auto prompt = tr("Password for {}: ", printable(text::repairedUTF8(words.email)));
+    auto typed = co_await session.console.askSecret(std::move(prompt));
     if (!typed) throw CommandError(tr("There is no terminal to ask for the password; use --password-stdin."));
-    return std::move(*typed);
+    co_return std::move(*typed);
 }
 
 nlohmann::json jsonOf(const ServerConfig& server) {
@@ -101,7 +103,7 @@ Async<void> add(Session& session, const AddWords& words) {
     AccountDraft draft = draftFrom(words);
     // Such a provider takes no password; one that is typed here must not go out to it.
     if (signInKind(draft.provider) == SignInKind::oauth) throw AccountError::signInNotConfigured(draft.provider);
-    draft.password = passwordFor(session, words);
+    draft.password = co_await passwordFor(session, words);
     AccountStore& store = session.app.accounts();
     auto showing = store.activity.onChange([&session, &store] {
         session.console.progress(store.activity->has_value() ? store.activity.get()->label() : std::string{});

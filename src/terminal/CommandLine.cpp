@@ -1,64 +1,101 @@
 #include "terminal/CommandLine.h"
 
-#include "base/Localisation.h"
-#include "base/Text.h"
-#include "terminal/AccountCommands.h"
-#include "terminal/MailCommands.h"
-#include "terminal/ReadCommand.h"
-#include "terminal/Session.h"
-
-#include <CLI/CLI.hpp>
-#include <algorithm>
+#include "base/Runtime.h"
+#include "terminal/Command.h"
+#include "terminal/CommandClient.h"
+#include "terminal/CommandSocket.h"
 
 namespace velmo {
 
 namespace {
 
-constexpr int done = 0, failed = 1, wrongUsage = 2;
+/// For an application that is just starting, or just quitting.
+constexpr Duration patience{5'000};
+constexpr Duration pause{100};
 
-int runBody(const CommandBody& body, Console& console, Session::Output output) {
+CommandRequest requestFor(const Command& command, std::vector<std::string> words, const Console& console) {
+    std::error_code ignored;
+    CommandRequest request;
+    request.words = std::move(words);
+    request.directory = std::filesystem::current_path(ignored);
+    if (request.directory.empty()) request.directory = "/";
+    request.form = console.form();
+    request.needsMail = command.reach == Command::Reach::mail;
+    return request;
+}
+
+Async<void> runHere(const Executors& executors, const Command& command, Console& console) {
+    Application application(executors);
+    Session session(application, console, command.output);
+    std::error_code ignored;
+    session.directory = std::filesystem::current_path(ignored);
+    std::exception_ptr failure;
+    try {
+        co_await command.body(session);
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    co_await ignoreCancellation();
+    co_await application.close();
+    if (failure) std::rethrow_exception(failure);
+}
+
+bool isInUse(const std::exception_ptr& failure) {
+    try {
+        if (failure) std::rethrow_exception(failure);
+    } catch (const ModelStoreError& error) {
+        return error.kind() == ModelStoreError::Kind::inUse;
+    } catch (...) {
+    }
+    return false;
+}
+
+Async<int> runAnywhere(const Executors& executors, const Command& command, CommandRequest request,
+                       LocalConsole& console) {
+    const auto socket = commandSocket(Directories::fromEnvironment());
+    SystemClock clock;
+    const Instant limit = clock.instant() + patience;
+    for (;;) {
+        const auto code = co_await handOver(socket, request, console, clock);
+        if (code) co_return *code;
+        std::exception_ptr failure;
+        try {
+            co_await runHere(executors, command, console);
+            co_return ExitCode::done;
+        } catch (...) {
+            failure = std::current_exception();
+        }
+        if (!isInUse(failure) || clock.instant() >= limit) std::rethrow_exception(failure);
+        co_await clock.wait(pause);
+    }
+}
+
+}
+
+int runCommandLine(std::vector<std::string> words, LocalConsole& console) {
+    const auto command = parseCommand(words, console);
+    if (!command) return command.error();
     Runtime runtime;
     runtime.cancelOnSignals();
+    console.whenReaderGone([&runtime] { runtime.cancel(); });
+    int code = ExitCode::done;
     try {
-        runtime.run([&]() -> Async<void> {
-            Application application(runtime.executors());
-            Session session(application, console, output);
-            co_await body(session);
+        code = runtime.run([&]() -> Async<int> {
+            if (command->reach == Command::Reach::nothing) {
+                co_await runHere(runtime.executors(), *command, console);
+                co_return ExitCode::done;
+            }
+            CommandRequest request = requestFor(*command, words, console);
+            co_return co_await runAnywhere(runtime.executors(), *command, std::move(request), console);
         });
-        return done;
+        console.flush();
     } catch (...) {
-        const auto error = std::current_exception();
-        console.note(runtime.wasInterrupted() && isCancellation(error)
-                         ? tr("Interrupted.")
-                         : printable(text::repairedUTF8(sentenceOf(error)), Lines::kept));
-        return failed;
+        const auto failure = std::current_exception();
+        console.progress({});
+        code = console.isReaderGone() && isCancellation(failure) ? ExitCode::failed : tellFailure(failure, console);
     }
-}
-
-}
-
-int runCommandLine(std::vector<std::string> words, Console& console) {
-    CLI::App program(tr("Mail in the terminal"), "velmo");
-    program.require_subcommand(1);
-    program.fallthrough();
-    bool asJSON = false;
-    program.add_flag("--json", asJSON, tr("Write one JSON document to standard output"));
-    CommandBody body;
-    addAccountCommands(program, body);
-    addMailCommands(program, body);
-    addReadCommand(program, body);
-    try {
-        std::ranges::reverse(words);
-        program.parse(std::move(words));
-    } catch (const CLI::CallForHelp&) {
-        console.line(program.help());
-        return done;
-    } catch (const CLI::ParseError& error) {
-        console.note(fmt::format("velmo: {}", printable(text::repairedUTF8(error.what()))));
-        console.note(tr("Try: velmo --help"));
-        return wrongUsage;
-    }
-    return runBody(body, console, asJSON ? Session::Output::json : Session::Output::text);
+    console.whenReaderGone({});
+    return code;
 }
 
 }

@@ -3,13 +3,7 @@
 #include "base/Text.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <cwchar>
-#include <fcntl.h>
-#include <sys/ioctl.h>
-#include <termios.h>
 #include <unicode/uchar.h>
-#include <unistd.h>
 
 namespace velmo {
 
@@ -26,15 +20,6 @@ const char* code(Console::Style style) {
     case Console::Style::plain: break;
     }
     return "0";
-}
-
-bool isTerminal(std::FILE* stream) {
-    return isatty(fileno(stream)) == 1;
-}
-
-/// An empty view may point nowhere, which the C library does not take.
-void put(std::string_view bytes, std::FILE* stream) {
-    if (!bytes.empty()) std::fwrite(bytes.data(), 1, bytes.size(), stream);
 }
 
 std::size_t columnsOf(char32_t c) {
@@ -54,107 +39,41 @@ bool reordersText(char32_t c) {
     return (c >= 0x202A && c <= 0x202E) || (c >= 0x2066 && c <= 0x2069) || c == 0x200E || c == 0x200F || c == 0x061C;
 }
 
-/// Turns the echo of a terminal off for as long as it lives.
-class EchoOff {
-  public:
-    explicit EchoOff(int descriptor) : descriptor_(descriptor) {
-        if (tcgetattr(descriptor_, &before_) != 0) return;
-        termios silent = before_;
-        silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-        silent.c_lflag |= ECHONL;
-        changed_ = tcsetattr(descriptor_, TCSAFLUSH, &silent) == 0;
-    }
-    ~EchoOff() {
-        if (changed_) tcsetattr(descriptor_, TCSAFLUSH, &before_);
-    }
-    EchoOff(const EchoOff&) = delete;
-    EchoOff& operator=(const EchoOff&) = delete;
-
-  private:
-    int descriptor_;
-    termios before_{};
-    bool changed_ = false;
-};
-
-/// Reads up to a line feed, which is dropped; absent when the end comes first and nothing was read.
-std::optional<std::string> readLine(int descriptor) {
-    std::string text;
-    char c = 0;
-    for (;;) {
-        const ssize_t count = read(descriptor, &c, 1);
-        if (count < 0 && errno == EINTR) continue;
-        if (count <= 0) return text.empty() ? std::nullopt : std::optional(text);
-        if (c == '\n') return text;
-        text += c;
-    }
 }
 
-}
-
-Console::Console(std::FILE* out, std::FILE* err)
-    : out_(out),
-      err_(err),
-      outIsTerminal_(velmo::isTerminal(out)),
-      errIsTerminal_(velmo::isTerminal(err)),
-      outHasColour_(outIsTerminal_ && std::getenv("NO_COLOR") == nullptr) {}
+Console::~Console() = default;
 
 void Console::line(std::string_view text) {
-    progress({});
-    put(text, out_);
-    std::fputc('\n', out_);
+    bytes(text);
+    write(Stream::out, "\n");
 }
 
 void Console::bytes(BytesView bytes) {
     progress({});
-    put(bytes, out_);
-}
-
-void Console::flush() {
-    std::fflush(out_);
+    if (!bytes.empty()) write(Stream::out, bytes);
 }
 
 void Console::note(std::string_view text) {
     progress({});
-    std::fflush(out_);
-    put(text, err_);
-    std::fputc('\n', err_);
+    if (!text.empty()) write(Stream::error, text);
+    write(Stream::error, "\n");
 }
 
 void Console::progress(std::string_view text) {
-    if (!errIsTerminal_ || (text.empty() && !progressShows_)) return;
-    std::fputs("\r\033[K", err_);
-    const auto cut = fitted(text, std::min(width() - 1, columns(text)));
-    put(cut, err_);
-    std::fflush(err_);
+    if (!form_.errIsTerminal || (text.empty() && !progressShows_)) return;
+    showProgress(text);
     progressShows_ = !text.empty();
 }
 
 std::string Console::styled(Style style, std::string_view text) const {
-    if (!outHasColour_ || style == Style::plain || text.empty()) return std::string(text);
+    if (!form_.hasColour || style == Style::plain || text.empty()) return std::string(text);
     return std::string("\033[") + code(style) + 'm' + std::string(text) + "\033[0m";
 }
 
-std::size_t Console::width() const {
-    winsize size{};
-    for (std::FILE* stream : {out_, err_})
-        if (ioctl(fileno(stream), TIOCGWINSZ, &size) == 0 && size.ws_col >= 20) return size.ws_col;
-    return 100;
-}
-
-std::optional<std::string> Console::askSecret(std::string_view prompt) {
-    const int terminal = open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC);
-    if (terminal < 0) return std::nullopt;
-    std::optional<std::string> secret;
-    {
-        const EchoOff silent(terminal);
-        if (write(terminal, prompt.data(), prompt.size()) >= 0) secret = readLine(terminal);
-    }
-    close(terminal);
-    return secret;
-}
-
-std::optional<std::string> Console::readLineFromInput() {
-    return readLine(STDIN_FILENO);
+ConsoleForm Console::form() const {
+    ConsoleForm form = form_;
+    form.width = width();
+    return form;
 }
 
 std::string printable(std::string_view utf8, Lines lines) {

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "base/Async.h"
 #include "base/Bytes.h"
 
 #include <cstddef>
-#include <cstdio>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -11,15 +11,28 @@
 
 namespace velmo {
 
-/// The person's terminal, or whatever stands in its place: a pipe, a file, a test.
+/// What the person sees the output of a command on.
+struct ConsoleForm {
+    ConsoleForm() {}
+
+    std::size_t width = 100;
+    bool outIsTerminal = false;
+    bool errIsTerminal = false;
+    bool hasColour = false;
+};
+
+/// The person's terminal, or whatever stands in its place: a pipe, a file, a test; here or at the other end of a
+/// socket.
 ///
 /// Colours and the progress line appear only on a terminal. Text from outside goes through `printable` first.
 class Console {
   public:
     enum class Style { plain, bold, dim, red, green, yellow, cyan };
+    enum class Stream { out, error };
 
-    /// Writes to the given streams; a colour is used on one that is a terminal (and NO_COLOR is not set).
-    Console(std::FILE* out, std::FILE* err);
+    virtual ~Console();
+    Console(const Console&) = delete;
+    Console& operator=(const Console&) = delete;
 
     /// A line on standard output.
     void line(std::string_view text = {});
@@ -27,35 +40,46 @@ class Console {
     /// Bytes on standard output, as they are.
     void bytes(BytesView bytes);
 
-    /// Brings out what has been written so far.
-    void flush();
-
     /// A line on standard error: what went wrong, or a word beside the result.
     void note(std::string_view text);
 
     /// Replaces the progress line; an empty text takes it away. Nothing happens off a terminal.
     void progress(std::string_view text);
 
+    /// Hands on what was written and is held back.
+    virtual void flush() = 0;
+
     /// The text in a style on a terminal, as it is elsewhere.
     std::string styled(Style style, std::string_view text) const;
 
     /// Columns of the terminal; 100 where there is none.
-    std::size_t width() const;
+    virtual std::size_t width() const { return form_.width; }
 
-    bool isTerminal() const { return outIsTerminal_; }
+    bool isTerminal() const { return form_.outIsTerminal; }
+
+    /// Form and present width.
+    ConsoleForm form() const;
+
+    /// To be awaited by a command that goes on writing: everything is on its way to the reader, who has caught up but
+    /// for a rest. Throws `Cancelled` when the reader is gone.
+    virtual Async<void> caughtUp() = 0;
 
     /// Asks on the controlling terminal for a text that is not shown while it is typed; absent without a terminal.
-    std::optional<std::string> askSecret(std::string_view prompt);
+    virtual Async<std::optional<std::string>> askSecret(std::string prompt) = 0;
 
-    /// The first line of standard input; absent at its end.
-    static std::optional<std::string> readLineFromInput();
+    /// The next line of standard input; absent at its end.
+    virtual Async<std::optional<std::string>> readLineFromInput() = 0;
+
+  protected:
+    explicit Console(ConsoleForm form) : form_(form) {}
+
+    virtual void write(Stream stream, BytesView bytes) = 0;
+
+    /// On a terminal only; an empty text only after another one.
+    virtual void showProgress(std::string_view text) = 0;
 
   private:
-    std::FILE* out_;
-    std::FILE* err_;
-    bool outIsTerminal_;
-    bool errIsTerminal_;
-    bool outHasColour_;
+    ConsoleForm form_;
     bool progressShows_ = false;
 };
 

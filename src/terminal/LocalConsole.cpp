@@ -1,0 +1,157 @@
+#include "terminal/LocalConsole.h"
+
+#include "base/UserError.h"
+#include "platform/FileDescriptor.h"
+
+#include <algorithm>
+#include <boost/asio/as_tuple.hpp>
+#include <boost/asio/posix/stream_descriptor.hpp>
+#include <boost/asio/use_awaitable.hpp>
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <sys/epoll.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <unistd.h>
+
+namespace velmo {
+
+namespace asio = boost::asio;
+
+namespace {
+
+constexpr std::size_t longestLine = 1 << 20;
+
+bool isTerminal(std::FILE* stream) {
+    return isatty(fileno(stream)) == 1;
+}
+
+ConsoleForm formOf(std::FILE* out, std::FILE* err) {
+    ConsoleForm form;
+    form.outIsTerminal = isTerminal(out);
+    form.errIsTerminal = isTerminal(err);
+    form.hasColour = form.outIsTerminal && std::getenv("NO_COLOR") == nullptr;
+    return form;
+}
+
+/// Turns the echo of a terminal off for as long as it lives.
+class EchoOff {
+  public:
+    explicit EchoOff(int descriptor) : descriptor_(descriptor) {
+        if (tcgetattr(descriptor_, &before_) != 0) return;
+        termios silent = before_;
+        silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+        silent.c_lflag |= ECHONL;
+        changed_ = tcsetattr(descriptor_, TCSAFLUSH, &silent) == 0;
+    }
+    ~EchoOff() {
+        if (changed_) tcsetattr(descriptor_, TCSAFLUSH, &before_);
+    }
+    EchoOff(const EchoOff&) = delete;
+    EchoOff& operator=(const EchoOff&) = delete;
+
+  private:
+    int descriptor_;
+    termios before_{};
+    bool changed_ = false;
+};
+
+/// Tells when a descriptor can be read. The one that is waited for is an epoll set around it: to wait for the
+/// descriptor itself would make it non-blocking, also for the programs that we share it with.
+class Readiness {
+  public:
+    Readiness(const Executor& executor, int descriptor) : set_(executor) {
+        const int number = epoll_create1(EPOLL_CLOEXEC);
+        if (number < 0) return;
+        epoll_event event{};
+        event.events = EPOLLIN;
+        // A plain file is not taken: it can always be read.
+        isNeeded_ = epoll_ctl(number, EPOLL_CTL_ADD, descriptor, &event) == 0;
+        set_.assign(number);
+    }
+
+    Async<void> wait() {
+        if (isNeeded_)
+            co_await set_.async_wait(asio::posix::stream_descriptor::wait_read, asio::as_tuple(asio::use_awaitable));
+        co_await checkCancellation();
+    }
+
+  private:
+    asio::posix::stream_descriptor set_;
+    bool isNeeded_ = false;
+};
+
+/// Reads up to a line feed, which is dropped; absent when the end comes first and nothing was read.
+Async<std::optional<std::string>> readLine(int descriptor) {
+    const Executor executor = co_await asio::this_coro::executor;
+    Readiness readiness(executor, descriptor);
+    std::string text;
+    while (text.size() < longestLine) {
+        co_await readiness.wait();
+        char c = 0;
+        const ssize_t count = read(descriptor, &c, 1);
+        if (count < 0 && (errno == EINTR || errno == EAGAIN)) continue;
+        if (count <= 0) co_return text.empty() ? std::nullopt : std::optional(text);
+        if (c == '\n') break;
+        text += c;
+    }
+    co_return text;
+}
+
+}
+
+LocalConsole::LocalConsole(std::FILE* out, std::FILE* err) : Console(formOf(out, err)), out_(out), err_(err) {}
+
+void LocalConsole::write(Stream stream, BytesView bytes) {
+    if (stream == Stream::error) flush();
+    // An empty view may point nowhere, which the C library does not take.
+    if (!bytes.empty()) std::fwrite(bytes.data(), 1, bytes.size(), stream == Stream::out ? out_ : err_);
+    noticeReader();
+}
+
+void LocalConsole::flush() {
+    std::fflush(out_);
+    noticeReader();
+}
+
+void LocalConsole::noticeReader() {
+    if (isReaderGone_ || std::ferror(out_) == 0) return;
+    isReaderGone_ = true;
+    if (readerGone_) readerGone_();
+}
+
+void LocalConsole::showProgress(std::string_view text) {
+    std::fputs("\r\033[K", err_);
+    const auto cut = fitted(text, std::min(width() - 1, columns(text)));
+    if (!cut.empty()) std::fwrite(cut.data(), 1, cut.size(), err_);
+    std::fflush(err_);
+}
+
+std::size_t LocalConsole::width() const {
+    winsize size{};
+    for (std::FILE* stream : {out_, err_})
+        if (ioctl(fileno(stream), TIOCGWINSZ, &size) == 0 && size.ws_col >= 20) return size.ws_col;
+    return Console::width();
+}
+
+Async<void> LocalConsole::caughtUp() {
+    flush();
+    if (isReaderGone_) throw Cancelled();
+    co_return;
+}
+
+Async<std::optional<std::string>> LocalConsole::askSecret(std::string prompt) {
+    const FileDescriptor terminal(open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC));
+    if (!terminal) co_return std::nullopt;
+    flush();
+    const EchoOff silent(terminal.get());
+    if (::write(terminal.get(), prompt.data(), prompt.size()) < 0) co_return std::nullopt;
+    co_return co_await readLine(terminal.get());
+}
+
+Async<std::optional<std::string>> LocalConsole::readLineFromInput() {
+    return readLine(STDIN_FILENO);
+}
+
+}
