@@ -25,14 +25,6 @@ MessageChange changeTo(FlagChanges::Flag flag, bool value) {
 
 }
 
-FlagChanges::FlagChanges(StoreEnvironment& environment, StoreStatus& status, AccountEngines& engines,
-                         CommandLanes& lanes, std::function<void(const MailboxKey&)> syncMailbox)
-    : environment_(environment),
-      status_(status),
-      engines_(engines),
-      lanes_(lanes),
-      syncMailbox_(std::move(syncMailbox)) {}
-
 void FlagChanges::set(std::span<const MessageRecord> records, Flag flag, Change change) {
     const bool value = change == Change::add;
     const auto ids = idsOf(records);
@@ -92,7 +84,7 @@ void FlagChanges::ended(const Sent& sent, const CommandOutcome& outcome) {
     }
     if (!outcome.failure || isCancellation(outcome.failure)) return;
     status_.showError(sentenceOf(outcome.failure));
-    if (outcome.isUncertain) syncMailbox_(sent.group.mailbox);
+    if (outcome.isUncertain) syncs_.add(sent.group.mailbox);
 }
 
 /// Gives the messages of the command that nobody is changing any more, and whose flag has this value on the server.

@@ -4,13 +4,13 @@
 #include "protocols/IMAPClient.h"
 #include "store/AccountEngines.h"
 #include "store/CommandLanes.h"
+#include "store/MailboxSyncs.h"
 #include "store/MessageGroups.h"
 #include "store/ServerCommands.h"
 #include "store/StoreEnvironment.h"
 #include "store/StoreStatus.h"
 
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <memory>
 #include <span>
@@ -31,9 +31,10 @@ class FlagChanges : public std::enable_shared_from_this<FlagChanges> {
     enum class Flag { seen, flagged };
     using Change = IMAPClient::FlagChange;
 
-    /// All outlive this. `syncMailbox` is told of a mailbox that may not be as the store has it.
+    /// All outlive this. `syncs` is told of a mailbox that may not be as the store has it.
     FlagChanges(StoreEnvironment& environment, StoreStatus& status, AccountEngines& engines, CommandLanes& lanes,
-                std::function<void(const MailboxKey&)> syncMailbox);
+                MailboxSyncs& syncs)
+        : environment_(environment), status_(status), engines_(engines), lanes_(lanes), syncs_(syncs) {}
 
     /// Changes those that differ; with none nothing is sent. Unread counts follow.
     void set(std::span<const MessageRecord> records, Flag flag, Change change);
@@ -63,7 +64,7 @@ class FlagChanges : public std::enable_shared_from_this<FlagChanges> {
     StoreStatus& status_;
     AccountEngines& engines_;
     CommandLanes& lanes_;
-    std::function<void(const MailboxKey&)> syncMailbox_;
+    MailboxSyncs& syncs_;
     std::map<Key, OnTheWay> onTheWay_;
     std::uint64_t number_ = 0;
 };

@@ -1,14 +1,13 @@
 #include "store/MessageActions.h"
 
 #include "base/Localisation.h"
-#include "base/UserError.h"
 #include "store/CommandLanes.h"
+#include "store/Departures.h"
 #include "store/FlagChanges.h"
-#include "store/LeavingMessages.h"
+#include "store/MailboxSyncs.h"
 #include "store/PendingAction.h"
 #include "store/RoleMailboxes.h"
 #include "store/SavedCache.h"
-#include "store/ServerCommands.h"
 
 #include <algorithm>
 #include <map>
@@ -20,15 +19,7 @@ namespace {
 
 using Records = MessageActions::Records;
 
-/// Where the messages of an account go; absent: nowhere, they are deleted for good.
-using Destination = std::optional<std::string>;
 using Destinations = std::map<UUID, Destination>;
-
-/// What one command to a server takes out of a mailbox.
-struct Departure {
-    MessageGroup group;
-    Destination destination;
-};
 
 std::map<UUID, Records> byAccount(const Records& records) {
     std::map<UUID, Records> accounts;
@@ -48,8 +39,7 @@ std::string deletedTitle(std::size_t count) {
 
 // --- What is shared by all actions -------------------------------------------------------------------------------
 
-/// Held weakly by the commands that are under way.
-struct MessageActions::State : std::enable_shared_from_this<State> {
+struct MessageActions::State {
     State(StoreEnvironment& environment_, StoreStatus& status_, MailboxDirectory& directory_, AccountEngines& engines_,
           Hooks hooks_)
         : environment(environment_),
@@ -58,10 +48,11 @@ struct MessageActions::State : std::enable_shared_from_this<State> {
           engines(engines_),
           hooks(std::move(hooks_)),
           commands(environment.executors.main),
-          syncs(environment.executors.main),
-          leaving(environment, status),
-          roles(directory, engines, hooks.listMailboxes),
-          pending(std::make_shared<PendingAction>(environment, status)) {}
+          syncs(std::make_shared<MailboxSyncs>(environment, hooks.syncMailbox)),
+          leaving(std::make_shared<Departures>(environment, status, engines, commands, *syncs)),
+          flags(std::make_shared<FlagChanges>(environment, status, engines, commands, *syncs)),
+          pending(std::make_shared<PendingAction>(environment, status)),
+          roles(directory, engines, hooks.listMailboxes) {}
 
     /// What the store holds now of messages that are not about to leave, that have an account, and a number that its
     /// server knows.
@@ -76,35 +67,22 @@ struct MessageActions::State : std::enable_shared_from_this<State> {
     void takeOut(const Records& records, Destinations destinations, const std::string& title);
     static std::vector<Departure> departures(const Records& records, const Destinations& destinations);
 
-    void begin(std::vector<Departure> departures);
-    static Async<void> depart(std::weak_ptr<State> weak, Departure departure);
-    void ended(const Departure& departure, const CommandOutcome& outcome);
-    void failed(const Departure& departure, const CommandOutcome& outcome);
-
-    void syncLater(const MailboxKey& mailbox);
-    static Async<void> sync(std::weak_ptr<State> weak, MailboxKey mailbox);
-
     StoreEnvironment& environment;
     StoreStatus& status;
     MailboxDirectory& directory;
     AccountEngines& engines;
     Hooks hooks;
     CommandLanes commands;
-    /// Beside the commands, so that no command waits for a sync.
-    CommandLanes syncs;
-    std::set<MailboxKey> waitingForSync;
-    LeavingMessages leaving;
-    RoleMailboxes roles;
-    std::shared_ptr<PendingAction> pending;
+    std::shared_ptr<MailboxSyncs> syncs;
+    std::shared_ptr<Departures> leaving;
     std::shared_ptr<FlagChanges> flags;
+    std::shared_ptr<PendingAction> pending;
+    RoleMailboxes roles;
 };
 
 MessageActions::MessageActions(StoreEnvironment& environment, StoreStatus& status, MailboxDirectory& directory,
                                AccountEngines& engines, Hooks hooks)
-    : state_(std::make_shared<State>(environment, status, directory, engines, std::move(hooks))) {
-    auto sync = [state = state_.get()](const MailboxKey& mailbox) { state->syncLater(mailbox); };
-    state_->flags = std::make_shared<FlagChanges>(environment, status, engines, state_->commands, std::move(sync));
-}
+    : state_(std::make_shared<State>(environment, status, directory, engines, std::move(hooks))) {}
 
 MessageActions::~MessageActions() = default;
 
@@ -174,87 +152,15 @@ void MessageActions::State::takeOut(const Records& records, Destinations destina
     pending->commit();
     const auto ids = idsOf(records);
     if (hooks.selectNext) hooks.selectNext(ids);
-    leaving.hide(records);
+    leaving->hide(records);
     PendingAction::Step step;
-    step.commit = [weak = weak_from_this(), all = departures(records, destinations)] {
-        if (const auto state = weak.lock()) state->begin(all);
+    step.commit = [weak = std::weak_ptr(leaving), all = departures(records, destinations)] {
+        if (const auto self = weak.lock()) self->begin(all);
     };
-    step.undo = [weak = weak_from_this(), ids] {
-        if (const auto state = weak.lock()) state->leaving.putBack(ids);
+    step.undo = [weak = std::weak_ptr(leaving), ids] {
+        if (const auto self = weak.lock()) self->putBack(ids);
     };
     pending->begin(title, std::move(step));
-}
-
-void MessageActions::State::begin(std::vector<Departure> departures) {
-    for (auto& departure : departures) {
-        const UUID accountID = departure.group.mailbox.accountID;
-        commands.add(accountID,
-                     [weak = weak_from_this(), departure = std::move(departure)] { return depart(weak, departure); });
-    }
-}
-
-Async<void> MessageActions::State::depart(std::weak_ptr<State> weak, Departure departure) {
-    std::shared_ptr<SyncEngine> engine;
-    if (const auto state = weak.lock()) {
-        const auto account = state->environment.account(departure.group.mailbox.accountID);
-        if (account) engine = state->engines.engine(*account);
-    }
-    CommandOutcome outcome;
-    outcome.failure = std::make_exception_ptr(Cancelled());
-    if (engine) {
-        auto command = departure.destination ? moveOnServer(engine, departure.group, *departure.destination)
-                                             : deleteOnServer(engine, departure.group);
-        outcome = co_await std::move(command);
-    }
-    std::optional<MessageFiles> files;
-    Executor background;
-    if (const auto state = weak.lock()) {
-        state->ended(departure, outcome);
-        files = state->environment.files;
-        background = state->environment.executors.background;
-    }
-    if (!files || outcome.failure) co_return;
-    co_await callOn(background, [&] { removeBodies(*files, departure.group); });
-}
-
-void MessageActions::State::ended(const Departure& departure, const CommandOutcome& outcome) {
-    if (outcome.failure) {
-        failed(departure, outcome);
-        return;
-    }
-    leaving.remove(departure.group);
-    if (!departure.destination) return;
-    syncLater({departure.group.mailbox.accountID, *departure.destination});
-}
-
-void MessageActions::State::failed(const Departure& departure, const CommandOutcome& outcome) {
-    const auto& group = departure.group;
-    leaving.putBack(std::set(group.ids.begin(), group.ids.end()));
-    if (isCancellation(outcome.failure)) return;
-    status.showError(sentenceOf(outcome.failure));
-    if (!outcome.isUncertain) return;
-    // Nobody knows where the messages are now but the server.
-    syncLater(group.mailbox);
-    if (departure.destination) syncLater({group.mailbox.accountID, *departure.destination});
-}
-
-/// One sync that has not begun is enough for all who wait for it.
-void MessageActions::State::syncLater(const MailboxKey& mailbox) {
-    if (!hooks.syncMailbox || !waitingForSync.insert(mailbox).second) return;
-    syncs.add(mailbox.accountID, [weak = weak_from_this(), mailbox] { return sync(weak, mailbox); });
-}
-
-Async<void> MessageActions::State::sync(std::weak_ptr<State> weak, MailboxKey mailbox) {
-    std::optional<MailAccount> account;
-    decltype(Hooks::syncMailbox) bringUpToDate;
-    if (const auto state = weak.lock()) {
-        state->waitingForSync.erase(mailbox);
-        account = state->environment.account(mailbox.accountID);
-        bringUpToDate = state->hooks.syncMailbox;
-    }
-    if (!account) co_return;
-    auto run = bringUpToDate(*account, mailbox.path);
-    co_await std::move(run);
 }
 
 // --- The actions -------------------------------------------------------------------------------------------------
@@ -330,8 +236,8 @@ void MessageActions::moveAtOnce(const Records& records, const std::string& toPat
     if (leavers.empty()) return;
     state_->pending->commit();
     if (state_->hooks.selectNext) state_->hooks.selectNext(idsOf(leavers));
-    state_->leaving.hide(leavers);
-    state_->begin(State::departures(leavers, destinations));
+    state_->leaving->hide(leavers);
+    state_->leaving->begin(State::departures(leavers, destinations));
 }
 
 void MessageActions::deleteForever(const Records& records, const std::string& title) {
@@ -380,9 +286,9 @@ Async<std::string> MessageActions::roleMailbox(MailAccount account, MailboxRole 
 
 Async<void> MessageActions::finished() {
     const auto state = state_;
-    while (!state->commands.isIdle() || !state->syncs.isIdle()) {
+    while (!state->commands.isIdle() || !state->syncs->isIdle()) {
         co_await state->commands.finished();
-        co_await state->syncs.finished();
+        co_await state->syncs->finished();
     }
 }
 

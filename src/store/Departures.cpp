@@ -1,0 +1,59 @@
+#include "store/Departures.h"
+
+#include "base/UserError.h"
+
+namespace velmo {
+
+void Departures::begin(const std::vector<Departure>& departures) {
+    for (const auto& departure : departures) {
+        const UUID accountID = departure.group.mailbox.accountID;
+        lanes_.add(accountID, [weak = weak_from_this(), departure] { return run(weak, departure); });
+    }
+}
+
+Async<void> Departures::run(std::weak_ptr<Departures> weak, Departure departure) {
+    std::shared_ptr<SyncEngine> engine;
+    if (const auto self = weak.lock()) {
+        const auto account = self->environment_.account(departure.group.mailbox.accountID);
+        if (account) engine = self->engines_.engine(*account);
+    }
+    CommandOutcome outcome;
+    outcome.failure = std::make_exception_ptr(Cancelled());
+    if (engine) {
+        auto command = departure.destination ? moveOnServer(engine, departure.group, *departure.destination)
+                                             : deleteOnServer(engine, departure.group);
+        outcome = co_await std::move(command);
+    }
+    std::optional<MessageFiles> files;
+    Executor background;
+    if (const auto self = weak.lock()) {
+        self->ended(departure, outcome);
+        files = self->environment_.files;
+        background = self->environment_.executors.background;
+    }
+    if (!files || outcome.failure) co_return;
+    co_await callOn(background, [&] { removeBodies(*files, departure.group); });
+}
+
+void Departures::ended(const Departure& departure, const CommandOutcome& outcome) {
+    if (outcome.failure) {
+        failed(departure, outcome);
+        return;
+    }
+    leaving_.remove(departure.group);
+    if (!departure.destination) return;
+    syncs_.add({departure.group.mailbox.accountID, *departure.destination});
+}
+
+void Departures::failed(const Departure& departure, const CommandOutcome& outcome) {
+    const auto& group = departure.group;
+    leaving_.putBack(std::set(group.ids.begin(), group.ids.end()));
+    if (isCancellation(outcome.failure)) return;
+    status_.showError(sentenceOf(outcome.failure));
+    if (!outcome.isUncertain) return;
+    // Nobody knows where the messages are now but the server.
+    syncs_.add(group.mailbox);
+    if (departure.destination) syncs_.add({group.mailbox.accountID, *departure.destination});
+}
+
+}
