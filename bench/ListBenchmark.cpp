@@ -93,8 +93,8 @@ class Mail {
         for (int i = 1; i <= count; ++i) {
             const auto sender = std::to_string(random() % 800);
             // The backfill stores older mail after newer mail: ids and dates don't run together.
-            const std::int64_t date =
-                1'700'000'000'000 + std::int64_t{i} * 40'000 - std::int64_t{random() % 4'000'000'000};
+            const auto back = static_cast<std::int64_t>(random() % 4'000'000'000);
+            const std::int64_t date = 1'700'000'000'000 + std::int64_t{i} * 40'000 - back;
             const auto messageID = "<" + std::to_string(i) + "@mail.example.org>";
             insert.run(ids_[static_cast<std::size_t>(i % accountCount)], i, random() % 5 != 0, date,
                        categories[random() % categories.size()], "Sender " + sender, "sender" + sender + "@example.org",

@@ -13,7 +13,7 @@ namespace {
 constexpr std::size_t messagesBeforeIndex = 1'500;
 
 /// How many messages a page looks at without an index, and how many places it passes with one.
-constexpr std::size_t mostLookedAt = 6'000;
+constexpr std::size_t mostLookedAt = 3'000;
 constexpr std::size_t mostPlacesPassed = 200'000;
 
 /// So many messages are looked up one by one rather than met on the way.
