@@ -71,15 +71,21 @@ const Executor& CommandConnection::strand() const {
 // --- The exchange ------------------------------------------------------------------------------------------------
 
 Async<void> CommandConnection::serve() {
+    co_await converse();
+    boost::system::error_code ignored;
+    state_->socket.close(ignored);
+}
+
+Async<void> CommandConnection::converse() {
     if (!isOwnPeer(state_->socket.native_handle())) co_return;
     auto frame = co_await readRequest();
     if (!frame) co_return;
     if (frame->type == FrameType::activate) {
-        Task activation(state_->main, [self = shared_from_this()]() -> Async<void> {
+        auto activation = [self = shared_from_this()]() -> Async<void> {
             self->state_->hooks.activate();
             self->state_->exitCode = ExitCode::done;
             co_return;
-        });
+        };
         co_await carryOut(std::move(activation));
     } else if (frame->type == FrameType::command) {
         auto request = CommandRequest::decoded(frame->payload);
@@ -94,9 +100,9 @@ Async<void> CommandConnection::serveCommand(CommandRequest request) {
         co_await decline();
         co_return;
     }
-    Task command(state_->main, [self = shared_from_this(), request = std::move(request)]() mutable {
+    auto command = [self = shared_from_this(), request = std::move(request)]() mutable {
         return self->runCommand(std::move(request));
-    });
+    };
     co_await carryOut(std::move(command));
 }
 
@@ -106,10 +112,10 @@ Async<void> CommandConnection::decline() {
     co_await writeAll(frame);
 }
 
-Async<void> CommandConnection::carryOut(Task command) {
-    state_->command = std::move(command);
+Async<void> CommandConnection::carryOut(std::move_only_function<Async<void>()> command) {
     state_->isTaken = true;
     enqueue(FrameType::taken, {});
+    state_->command = Task(state_->main, std::move(command));
     auto answering = [this]() -> Async<void> {
         return both([this] { return writeFrames(); }, [this] { return awaitCommand(); });
     };

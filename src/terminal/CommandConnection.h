@@ -13,8 +13,6 @@
 
 namespace velmo {
 
-class Task;
-
 /// What the application does with what comes in at its socket; called on the main executor.
 struct CommandHooks {
     /// Whether a command is for the application; otherwise its client runs it.
@@ -73,10 +71,11 @@ class CommandConnection : public std::enable_shared_from_this<CommandConnection>
   private:
     struct State;
 
+    Async<void> converse();
     Async<std::optional<Frame>> readRequest();
     Async<std::optional<Frame>> readFrame();
     Async<void> serveCommand(CommandRequest request);
-    Async<void> carryOut(Task command);
+    Async<void> carryOut(std::move_only_function<Async<void>()> command);
     Async<void> decline();
     Async<void> runCommand(CommandRequest request);
     Async<void> awaitCommand();

@@ -3,10 +3,10 @@
 #include "base/Text.h"
 #include "support/EnvironmentGuard.h"
 #include "support/TemporaryDirectory.h"
+#include "terminal/ConsoleStreams.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <memory>
 #include <nlohmann/json.hpp>
 
 namespace velmo { namespace {
@@ -14,21 +14,15 @@ namespace velmo { namespace {
 using nlohmann::json;
 using testing::HasSubstr;
 
-struct Outcome {
-    int code = 0;
-    std::string out;
-    std::string err;
-};
+using test::Outcome;
 
 /// Runs the program in a home of its own.
 class CommandLine : public testing::Test {
   protected:
     Outcome run(std::vector<std::string> words) {
-        const std::unique_ptr<std::FILE, int (*)(std::FILE*)> out(std::tmpfile(), std::fclose);
-        const std::unique_ptr<std::FILE, int (*)(std::FILE*)> err(std::tmpfile(), std::fclose);
-        Console console(out.get(), err.get());
-        const int code = runCommandLine(std::move(words), console);
-        return {code, written(out.get()), written(err.get())};
+        test::ConsoleStreams streams;
+        const int code = runCommandLine(std::move(words), streams.console());
+        return streams.outcome(code);
     }
 
     json runJSON(std::vector<std::string> words) {
@@ -41,13 +35,6 @@ class CommandLine : public testing::Test {
     test::TemporaryDirectory home_;
 
   private:
-    static std::string written(std::FILE* file) {
-        std::string text(static_cast<std::size_t>(std::ftell(file)), '\0');
-        std::rewind(file);
-        text.resize(std::fread(text.data(), 1, text.size(), file));
-        return text;
-    }
-
     test::EnvironmentGuard guard_{"VELMO_HOME", home_.path().string()};
 };
 
