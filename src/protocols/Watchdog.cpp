@@ -3,6 +3,7 @@
 #include "base/UserError.h"
 
 #include <boost/asio/bind_cancellation_slot.hpp>
+#include <boost/asio/cancellation_signal.hpp>
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
 #include <boost/asio/this_coro.hpp>
@@ -13,7 +14,12 @@ namespace velmo {
 namespace asio = boost::asio;
 
 Watchdog::Watchdog(Executor executor, Clock& clock, std::function<void()> onExpiry)
-    : executor_(std::move(executor)), clock_(clock), onExpiry_(std::move(onExpiry)) {}
+    : executor_(std::move(executor)),
+      clock_(clock),
+      onExpiry_(std::move(onExpiry)),
+      wake_(std::make_unique<asio::cancellation_signal>()) {}
+
+Watchdog::~Watchdog() = default;
 
 void Watchdog::arm(Duration limit) {
     hasExpired_ = false;
@@ -21,12 +27,12 @@ void Watchdog::arm(Duration limit) {
     // Operations of one limit share a wait, since theirs falls due before them and can be prolonged.
     const bool fits = std::exchange(limit_, limit) == limit;
     if (isWatching_) {
-        if (!fits) wake_.emit(asio::cancellation_type::terminal);
+        if (!fits) wake_->emit(asio::cancellation_type::terminal);
         return;
     }
     isWatching_ = true;
     auto body = [self = shared_from_this()]() -> Async<void> { co_await self->watch(); };
-    asio::co_spawn(executor_, std::move(body), asio::bind_cancellation_slot(wake_.slot(), asio::detached));
+    asio::co_spawn(executor_, std::move(body), asio::bind_cancellation_slot(wake_->slot(), asio::detached));
 }
 
 bool Watchdog::disarm() {
@@ -36,7 +42,7 @@ bool Watchdog::disarm() {
 
 void Watchdog::stop() {
     deadline_.reset();
-    if (isWatching_) wake_.emit(asio::cancellation_type::terminal);
+    if (isWatching_) wake_->emit(asio::cancellation_type::terminal);
 }
 
 Async<void> Watchdog::watch() {

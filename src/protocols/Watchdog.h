@@ -3,10 +3,13 @@
 #include "base/Async.h"
 #include "base/Clock.h"
 
-#include <boost/asio/cancellation_signal.hpp>
 #include <functional>
 #include <memory>
 #include <optional>
+
+namespace boost::asio {
+class cancellation_signal;
+}
 
 namespace velmo {
 
@@ -17,6 +20,9 @@ class Watchdog : public std::enable_shared_from_this<Watchdog> {
   public:
     /// `onExpiry` ends the operation. `clock` lives until `stop`.
     Watchdog(Executor executor, Clock& clock, std::function<void()> onExpiry);
+    ~Watchdog();
+    Watchdog(const Watchdog&) = delete;
+    Watchdog& operator=(const Watchdog&) = delete;
 
     /// Starts to watch an operation.
     void arm(Duration limit);
@@ -33,7 +39,7 @@ class Watchdog : public std::enable_shared_from_this<Watchdog> {
     Executor executor_;
     Clock& clock_;
     std::function<void()> onExpiry_;
-    boost::asio::cancellation_signal wake_;
+    std::unique_ptr<boost::asio::cancellation_signal> wake_;
     std::optional<Instant> deadline_; ///< of the operation that runs
     Duration limit_{0};
     bool isWatching_ = false;
