@@ -72,7 +72,9 @@ TEST(SyncLoop, PassesAgainEveryTenMinutesWithoutAnInbox) {
         S: * LIST (\HasNoChildren \Noselect) "/" "Folder"
         S: b3 OK
         C: b4 LIST "" "*"
-        S: b4 OK)",
+        S: b4 OK
+        C: b5 LOGOUT
+        S: b5 OK)",
                           ScriptedServer::Options(ScriptedServer::Security::tls));
     Loop loop(ServerConfig("localhost", server.port(), ServerConfig::Security::tls), "alice", "secret");
     ASSERT_TRUE(loop.waits(600s)) << server.received() << loop.rig.status.of(loop.rig.account.id).text;
