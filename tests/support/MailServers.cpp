@@ -53,7 +53,20 @@ void MailServers::start(RawLog rawLog) {
     std::string command = script("start") + " " + directory_.path().string();
     if (!without_.empty()) command += " --without " + without_;
     if (rawLog == RawLog::yes) command += " --rawlog";
-    run(command);
+    // Another program may take a port between its choice and its use.
+    for (int attempt = 1;; ++attempt) {
+        try {
+            run(command);
+            break;
+        } catch (const std::runtime_error& error) {
+            if (attempt == 4 || !std::string_view(error.what()).contains("Address already in use")) throw;
+            try {
+                stop();
+            } catch (const std::runtime_error&) {
+                // What did not come up can't be stopped.
+            }
+        }
+    }
     values_.clear();
     const std::string environment = contentsOf(directory_ / "env");
     for (const auto line : text::split(environment, '\n')) {
