@@ -10,7 +10,7 @@ namespace velmo {
 class ScopedConnection {
   public:
     ScopedConnection() = default;
-    ScopedConnection(sigc::connection connection) : connection_(std::move(connection)) {}
+    ScopedConnection(const sigc::connection& connection) : connection_(connection) {}
     ~ScopedConnection() { connection_.disconnect(); }
     ScopedConnection(const ScopedConnection&) = delete;
     ScopedConnection& operator=(const ScopedConnection&) = delete;
