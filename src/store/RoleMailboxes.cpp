@@ -36,7 +36,7 @@ const MailboxRecord* example(const std::vector<MailboxRecord>& mailboxes) {
 NoSuchMailbox::NoSuchMailbox() : UserError(tr("This account has no such folder.")) {}
 
 std::string pathForRole(MailProvider provider, const std::vector<MailboxRecord>& mailboxes, MailboxRole role) {
-    const std::string name = baseName(provider, role);
+    std::string name = baseName(provider, role);
     const auto inbox = std::ranges::find(mailboxes, MailboxRole::inbox, &MailboxRecord::role);
     if (name.empty() || inbox == mailboxes.end() || !inbox->delimiter) return name;
     const std::string prefix = "INBOX" + *inbox->delimiter;

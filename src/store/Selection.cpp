@@ -86,7 +86,7 @@ void Selection::openMessage(std::int64_t id) {
 }
 
 void Selection::record(std::int64_t id) {
-    const auto place = static_cast<std::size_t>(*historyIndex + 1);
+    const auto place = static_cast<std::size_t>(*historyIndex) + 1;
     auto opened = *history;
     opened.resize(std::min(opened.size(), place));
     if (opened.empty() || opened.back() != id) opened.push_back(id);

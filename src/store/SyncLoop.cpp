@@ -39,7 +39,10 @@ class SyncLoop {
         if (!sync) co_return Duration{0};
         if (!lastFullPass_ || clock_->instant() - *lastFullPass_ >= passInterval) {
             co_await sync->syncAccount(account_);
-            if (sync->status().of(account_.id).kind == SyncStatus::Kind::failed) co_return backOff(++failures_);
+            if (sync->status().of(account_.id).kind == SyncStatus::Kind::failed) {
+                ++failures_;
+                co_return backOff(failures_);
+            }
             lastFullPass_ = clock_->instant();
             failures_ = 0;
         }
@@ -66,7 +69,8 @@ class SyncLoop {
         if (isCancellation(failure)) std::rethrow_exception(failure);
         if (failure) {
             log("Mail").info("Waiting for new mail failed: {}", pub(sentenceOf(failure)));
-            co_await clock_->wait(backOff(++failures_));
+            ++failures_;
+            co_await clock_->wait(backOff(failures_));
         } else if (hasChanged) {
             co_await clock_->wait(burstWait);
             failures_ = 0;
