@@ -49,10 +49,4 @@ std::expected<Command, int> parseCommand(std::vector<std::string> words, Console
     return command;
 }
 
-int tellFailure(const std::exception_ptr& error, Console& console) {
-    console.note(isCancellation(error) ? tr("Interrupted.")
-                                       : printable(text::repairedUTF8(sentenceOf(error)), Lines::kept));
-    return ExitCode::failed;
-}
-
 }

@@ -1,20 +1,13 @@
 #pragma once
 
+#include "terminal/Failure.h"
 #include "terminal/Session.h"
 
-#include <exception>
 #include <expected>
 #include <string>
 #include <vector>
 
 namespace velmo {
-
-/// How a command ends.
-struct ExitCode {
-    static constexpr int done = 0;
-    static constexpr int failed = 1; ///< with a sentence on standard error
-    static constexpr int wrongUsage = 2;
-};
 
 /// What a command line asks for.
 struct Command {
@@ -29,8 +22,5 @@ struct Command {
 /// Understands the words (without the program's name). Gives the exit code when there is nothing to run: help was asked
 /// for and shown, or the words are wrong, and the console says how.
 std::expected<Command, int> parseCommand(std::vector<std::string> words, Console& console);
-
-/// Says why a command failed. Gives the exit code.
-int tellFailure(const std::exception_ptr& error, Console& console);
 
 }

@@ -2,8 +2,8 @@
 
 #include "base/Localisation.h"
 #include "base/Text.h"
-#include "terminal/Command.h"
 #include "terminal/CommandSocket.h"
+#include "terminal/Failure.h"
 #include "terminal/Frames.h"
 
 #include <array>

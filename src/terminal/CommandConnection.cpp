@@ -4,8 +4,8 @@
 #include "base/Localisation.h"
 #include "base/Task.h"
 #include "base/UserError.h"
-#include "terminal/Command.h"
 #include "terminal/CommandSocket.h"
+#include "terminal/Failure.h"
 #include "terminal/RemoteConsole.h"
 
 #include <array>
