@@ -35,8 +35,9 @@ class Pass {
           hooks_(std::move(hooks)) {}
 
     Async<PassResult> run() {
+        auto reading = writer_.localChanges().beginReading();
         auto listed = co_await engine_.listMailboxes();
-        co_await writer_.upsertMailboxes(accountID_, std::move(listed));
+        co_await writer_.upsertMailboxes(accountID_, std::move(listed), std::move(reading));
         const auto all = co_await writer_.mailboxEntries(accountID_);
         if (hooks_.onListed) hooks_.onListed(all);
         const auto entries = inOrder(all, hooks_);
@@ -60,6 +61,7 @@ class Pass {
         std::string path;
         MailboxDelta delta;
         std::shared_ptr<void> claim;
+        SyncWriter::Reading reading;
     };
 
     void tellProgress(const std::vector<MailboxEntry>& entries, std::size_t index) {
@@ -79,6 +81,7 @@ class Pass {
             next.claim = hooks_.claim(path);
             if (!next.claim) co_return;
         }
+        next.reading = writer_.localChanges().beginReading();
         const SyncState held = co_await writer_.syncState(accountID_, path);
         co_await both([this] { return write(); },
                       [&]() -> Async<void> { next.delta = co_await engine_.syncMailbox(path, held); });
@@ -92,7 +95,8 @@ class Pass {
         if (!waiting_) co_return;
         Fetched fetched = std::move(*waiting_);
         waiting_.reset();
-        auto applied = co_await writer_.apply(std::move(fetched.delta), accountID_, fetched.path, labelNewMail_);
+        auto applied = co_await writer_.apply(std::move(fetched.delta), accountID_, fetched.path, labelNewMail_,
+                                              std::move(fetched.reading));
         if (hooks_.onStored) hooks_.onStored(std::move(applied));
     }
 

@@ -11,7 +11,12 @@ namespace velmo {
 
 AccountSync::AccountSync(StoreEnvironment& environment, StoreStatus& status, MailboxDirectory& directory,
                          AccountEngines& engines, Hooks hooks)
-    : environment_(environment), status_(status), directory_(directory), engines_(engines), hooks_(std::move(hooks)) {}
+    : environment_(environment),
+      status_(status),
+      directory_(directory),
+      engines_(engines),
+      hooks_(std::move(hooks)),
+      mailboxIsFree_(environment.executors.main) {}
 
 // --- Passes ------------------------------------------------------------------------------------------------------
 
@@ -81,21 +86,29 @@ void AccountSync::listed(const UUID& accountID, const std::vector<MailboxEntry>&
 Async<void> AccountSync::listMailboxes(MailAccount account) {
     const auto self = shared_from_this();
     const auto engine = engines_.engine(account);
+    auto reading = environment_.writer.localChanges().beginReading();
     auto all = co_await engine->listMailboxes();
-    co_await environment_.writer.upsertMailboxes(account.id, std::move(all));
+    co_await environment_.writer.upsertMailboxes(account.id, std::move(all), std::move(reading));
     const auto entries = co_await environment_.writer.mailboxEntries(account.id);
     listed(account.id, entries);
 }
 
 // --- Single mailboxes --------------------------------------------------------------------------------------------
 
+std::string AccountSync::keyOf(const UUID& accountID, const std::string& path) {
+    return accountID.text() + "/" + path;
+}
+
 /// Null while another sync of the mailbox runs.
 std::shared_ptr<void> AccountSync::claim(const UUID& accountID, const std::string& path) {
-    std::string key = accountID.text() + "/" + path;
+    std::string key = keyOf(accountID, path);
     if (syncingMailboxes->contains(key)) return nullptr;
     syncingMailboxes.update([&](auto& all) { all.insert(key); });
     return {this, [weak = weak_from_this(), key = std::move(key)](AccountSync*) {
-                if (const auto self = weak.lock()) self->syncingMailboxes.update([&](auto& all) { all.erase(key); });
+                const auto self = weak.lock();
+                if (!self) return;
+                self->syncingMailboxes.update([&](auto& all) { all.erase(key); });
+                self->mailboxIsFree_.raise();
             }};
 }
 
@@ -105,9 +118,11 @@ Async<void> AccountSync::syncMailbox(MailAccount account, std::string path) {
     const auto held = claim(account.id, path);
     if (!held) co_return;
     const auto engine = engines_.engine(account);
+    auto reading = environment_.writer.localChanges().beginReading();
     SyncState state = co_await environment_.writer.syncState(account.id, path);
     MailboxDelta delta = co_await engine->syncMailbox(path, std::move(state));
-    const AppliedDelta applied = co_await environment_.writer.apply(std::move(delta), account.id, path, labelNewMail());
+    const AppliedDelta applied =
+        co_await environment_.writer.apply(std::move(delta), account.id, path, labelNewMail(), std::move(reading));
     announce(account, applied);
 }
 
@@ -121,6 +136,16 @@ Async<void> AccountSync::syncMailboxQuietly(MailAccount account, std::string pat
     if (!failure) co_return;
     if (isCancellation(failure)) std::rethrow_exception(failure);
     log("Mail").error("Mailbox sync failed: {}", pub(sentenceOf(failure)));
+}
+
+Async<void> AccountSync::syncMailboxAfresh(MailAccount account, std::string path) {
+    const auto self = shared_from_this();
+    const auto key = keyOf(account.id, path);
+    while (syncingMailboxes->contains(key)) {
+        mailboxIsFree_.lower();
+        co_await mailboxIsFree_.wait();
+    }
+    co_await syncMailboxQuietly(std::move(account), std::move(path));
 }
 
 Async<void> AccountSync::syncInbox(MailAccount account, std::string path) {

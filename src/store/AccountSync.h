@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/Flag.h"
 #include "base/Observed.h"
 #include "store/AccountEngines.h"
 #include "store/AccountPass.h"
@@ -43,6 +44,10 @@ class AccountSync : public std::enable_shared_from_this<AccountSync> {
     /// The same; a failure is only logged.
     Async<void> syncMailboxQuietly(MailAccount account, std::string path);
 
+    /// The same after a change that the server knows of: a sync that runs may have asked before the change, so that
+    /// this one follows it.
+    Async<void> syncMailboxAfresh(MailAccount account, std::string path);
+
     /// The quick check after the server told of a change: the inbox, and the mailbox that the person is looking at.
     Async<void> syncInbox(MailAccount account, std::string path);
 
@@ -71,6 +76,7 @@ class AccountSync : public std::enable_shared_from_this<AccountSync> {
     AccountEngines& engines() { return engines_; }
 
   private:
+    static std::string keyOf(const UUID& accountID, const std::string& path);
     std::shared_ptr<void> claim(const UUID& accountID, const std::string& path);
     Async<void> pass(MailAccount account);
     PassHooks hooksFor(const MailAccount& account);
@@ -84,6 +90,7 @@ class AccountSync : public std::enable_shared_from_this<AccountSync> {
     MailboxDirectory& directory_;
     AccountEngines& engines_;
     Hooks hooks_;
+    Flag mailboxIsFree_; ///< raised when the sync of a mailbox ends
     std::map<UUID, PassResult> lastResults_;
 };
 

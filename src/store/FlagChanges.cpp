@@ -41,11 +41,14 @@ void FlagChanges::set(std::span<const MessageRecord> records, Flag flag, Change 
 /// Writes the flag of those that have another, and counts them. Gives them as they were.
 std::vector<MessageRecord> FlagChanges::store(std::span<const std::int64_t> ids, Flag flag, bool value) {
     std::vector<MessageRecord> changed;
+    LocalChanges& local = environment_.writer.localChanges();
     saveCache(environment_.context, [&](ModelContext& context) {
         changed = context.messages.find(ids);
         std::erase_if(changed, [&](const auto& record) { return valueOf(record, flag) == value; });
         std::map<MailboxKey, std::int64_t> unread;
         for (const auto& record : changed) {
+            if (!environment_.isShowingSamples && std::in_range<std::uint32_t>(record.uid))
+                local.changeFlag(record.mailboxKey(), static_cast<std::uint32_t>(record.uid), flag, value);
             context.messages.change(record.id, changeTo(flag, value));
             // What is hidden is not counted; it is when it comes back.
             const bool counts = flag == Flag::seen && !status_.hidden->contains(record.id);
@@ -79,8 +82,9 @@ Async<void> FlagChanges::run(std::weak_ptr<FlagChanges> weak, Sent sent) {
 void FlagChanges::ended(const Sent& sent, const CommandOutcome& outcome) {
     const bool wanted = sent.change == Change::add;
     for (const bool value : {wanted, !wanted}) {
-        const auto ids = settle(sent, !outcome.failure, value);
-        if (!isCancellation(outcome.failure)) store(ids, sent.flag, value);
+        const auto settled = settle(sent, !outcome.failure, value);
+        if (!isCancellation(outcome.failure)) store(settled.ids, sent.flag, value);
+        environment_.writer.localChanges().settleFlags(sent.group.mailbox, settled.uids, sent.flag);
     }
     if (!outcome.failure || isCancellation(outcome.failure)) return;
     status_.showError(sentenceOf(outcome.failure));
@@ -88,14 +92,16 @@ void FlagChanges::ended(const Sent& sent, const CommandOutcome& outcome) {
 }
 
 /// Gives the messages of the command that nobody is changing any more, and whose flag has this value on the server.
-std::vector<std::int64_t> FlagChanges::settle(const Sent& sent, bool hasSucceeded, bool value) {
-    std::vector<std::int64_t> settled;
-    for (const auto id : sent.group.ids) {
+FlagChanges::Settled FlagChanges::settle(const Sent& sent, bool hasSucceeded, bool value) {
+    Settled settled;
+    for (std::size_t i = 0; i < sent.group.ids.size(); ++i) {
+        const auto id = sent.group.ids[i];
         const auto found = onTheWay_.find({id, sent.flag});
         if (found == onTheWay_.end()) continue;
         if (hasSucceeded) found->second.onServer = sent.change == Change::add;
         if (found->second.last != sent.number || found->second.onServer != value) continue;
-        settled.push_back(id);
+        settled.ids.push_back(id);
+        settled.uids.push_back(sent.group.uids[i]);
         onTheWay_.erase(found);
     }
     return settled;

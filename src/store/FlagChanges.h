@@ -22,13 +22,11 @@ namespace velmo {
 /// Changes of flags: at once in the store, then on the server, and back when the server refuses. Lives on the main
 /// executor; made by `std::make_shared`.
 ///
-/// A sync that read the flags before the server had a change may store them after the change was shown. When the
-/// server has answered, what it was told is written again; and a sync that stores its old flags even later is put right
-/// by the next one, since the change raised the mod-sequence of the message (RFC 7162 §3.1), or since all flags are
-/// read each time.
+/// A sync that read the flags before the server had a change may store them after the change was shown: LocalChanges
+/// keeps it from taking the change back.
 class FlagChanges : public std::enable_shared_from_this<FlagChanges> {
   public:
-    enum class Flag { seen, flagged };
+    using Flag = LocalChanges::Flag;
     using Change = IMAPClient::FlagChange;
 
     /// All outlive this. `syncs` is told of a mailbox that may not be as the store has it.
@@ -54,11 +52,16 @@ class FlagChanges : public std::enable_shared_from_this<FlagChanges> {
         std::uint64_t number = 0;
     };
 
+    struct Settled {
+        std::vector<std::int64_t> ids;
+        std::vector<std::uint32_t> uids;
+    };
+
     std::vector<MessageRecord> store(std::span<const std::int64_t> ids, Flag flag, bool value);
     void send(Sent sent);
     static Async<void> run(std::weak_ptr<FlagChanges> weak, Sent sent);
     void ended(const Sent& sent, const CommandOutcome& outcome);
-    std::vector<std::int64_t> settle(const Sent& sent, bool hasSucceeded, bool value);
+    Settled settle(const Sent& sent, bool hasSucceeded, bool value);
 
     StoreEnvironment& environment_;
     StoreStatus& status_;

@@ -10,12 +10,27 @@ namespace velmo {
 void LeavingMessages::hide(std::span<const MessageRecord> records) {
     const auto ids = idsOf(records);
     status_.hide(ids);
+    for (const auto& group : grouped(records)) {
+        local_.beginLeaving(group.mailbox, group.uids);
+        for (std::size_t i = 0; i < group.ids.size(); ++i) places_[group.ids[i]] = {group.mailbox, group.uids[i]};
+    }
     count(ids, Count::leave);
 }
 
 void LeavingMessages::putBack(const std::set<std::int64_t>& ids) {
     count(ids, Count::comeBack);
+    endLeaving(ids);
     status_.show(ids);
+}
+
+/// Also of those whose records a sync has removed meanwhile.
+void LeavingMessages::endLeaving(const std::set<std::int64_t>& ids) {
+    std::map<MailboxKey, std::vector<std::uint32_t>> ended;
+    for (const auto id : ids) {
+        const auto place = places_.extract(id);
+        if (!place.empty()) ended[place.mapped().first].push_back(place.mapped().second);
+    }
+    for (const auto& [mailbox, uids] : ended) local_.endLeaving(mailbox, uids);
 }
 
 /// Goes by what is unread now, since that may change while they are hidden.
@@ -32,8 +47,10 @@ void LeavingMessages::count(const std::set<std::int64_t>& ids, Count direction) 
 }
 
 void LeavingMessages::remove(const MessageGroup& group) {
+    const std::set ids(group.ids.begin(), group.ids.end());
     saveCache(environment_.context, [&](ModelContext& context) { context.messages.remove(group.mailbox, group.ids); });
-    status_.show(std::set(group.ids.begin(), group.ids.end()));
+    endLeaving(ids);
+    status_.show(ids);
 }
 
 void removeBodies(const MessageFiles& files, const MessageGroup& group) {

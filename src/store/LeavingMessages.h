@@ -5,8 +5,10 @@
 #include "store/StoreStatus.h"
 
 #include <cstdint>
+#include <map>
 #include <set>
 #include <span>
+#include <utility>
 
 namespace velmo {
 
@@ -15,7 +17,8 @@ namespace velmo {
 class LeavingMessages {
   public:
     /// Both outlive this.
-    LeavingMessages(StoreEnvironment& environment, StoreStatus& status) : environment_(environment), status_(status) {}
+    LeavingMessages(StoreEnvironment& environment, StoreStatus& status)
+        : environment_(environment), status_(status), local_(environment.writer.localChanges()) {}
 
     void hide(std::span<const MessageRecord> records);
 
@@ -28,9 +31,12 @@ class LeavingMessages {
   private:
     enum class Count { leave, comeBack };
     void count(const std::set<std::int64_t>& ids, Count direction);
+    void endLeaving(const std::set<std::int64_t>& ids);
 
     StoreEnvironment& environment_;
     StoreStatus& status_;
+    LocalChanges& local_;
+    std::map<std::int64_t, std::pair<MailboxKey, std::uint32_t>> places_; ///< of those that are leaving, by id
 };
 
 /// Removes the sources of messages that are gone. Blocks for the disk.

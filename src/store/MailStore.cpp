@@ -59,7 +59,7 @@ AccountSync::Hooks MailStore::syncHooks() {
 MessageActions::Hooks MailStore::actionHooks() {
     MessageActions::Hooks hooks;
     hooks.syncMailbox = [this](MailAccount account, std::string path) {
-        return sync_->syncMailboxQuietly(std::move(account), std::move(path));
+        return sync_->syncMailboxAfresh(std::move(account), std::move(path));
     };
     hooks.listMailboxes = [this](MailAccount account) { return sync_->listMailboxes(std::move(account)); };
     hooks.selectNext = [this](const std::set<std::int64_t>& leaving) { selection_.selectNext(leaving); };

@@ -15,7 +15,7 @@ namespace velmo {
 /// on. Lives on the main executor; made by `std::make_shared`.
 class MailboxSyncs : public std::enable_shared_from_this<MailboxSyncs> {
   public:
-    /// Deals with its own failures.
+    /// Brings a mailbox to what the server has at the call or later; deals with its own failures.
     using Sync = std::function<Async<void>(MailAccount, std::string path)>;
 
     /// `environment` outlives this; without `sync` nothing is done.

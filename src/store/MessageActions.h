@@ -37,7 +37,7 @@ class MessageActions {
 
     /// What is asked of other parts of the store; each may be left out.
     struct Hooks {
-        /// Brings a mailbox up to date; failures stay inside.
+        /// Brings a mailbox to what the server has at the call or later; failures stay inside.
         std::function<Async<void>(MailAccount, std::string path)> syncMailbox;
         /// Fetches the listing of an account again, and stores it; throws what the server refuses.
         std::function<Async<void>(MailAccount)> listMailboxes;

@@ -68,15 +68,17 @@ std::vector<MailboxEntry> RecordWriter::mailboxEntries(const UUID& accountID) {
     return entries;
 }
 
-void RecordWriter::upsertMailboxes(const UUID& accountID, const std::vector<ListedMailbox>& listed) {
+void RecordWriter::upsertMailboxes(const UUID& accountID, const std::vector<ListedMailbox>& listed,
+                                   const LocalChanges::Reading* reading) {
     // No account is without a mailbox; a listing without any is a server in trouble, and no reason to drop all mail.
     if (listed.empty() || removedAccounts_.contains(accountID)) return;
-    const auto gone = context_->transaction([&] { return storeListing(accountID, listed); });
+    const auto gone = context_->transaction([&] { return storeListing(accountID, listed, reading); });
     for (const auto& mailbox : gone) files_.deleteMailbox(mailbox);
 }
 
 /// Gives the mailboxes that were removed.
-std::vector<MailboxKey> RecordWriter::storeListing(const UUID& accountID, const std::vector<ListedMailbox>& listed) {
+std::vector<MailboxKey> RecordWriter::storeListing(const UUID& accountID, const std::vector<ListedMailbox>& listed,
+                                                   const LocalChanges::Reading* reading) {
     std::map<std::string, MailboxRecord> held;
     for (auto& record : context_->mailboxes.of(accountID)) held.emplace(record.path, record);
     std::set<std::string> present;
@@ -85,7 +87,8 @@ std::vector<MailboxKey> RecordWriter::storeListing(const UUID& accountID, const 
         auto& record = held[path];
         record.accountID = accountID;
         record.path = path;
-        record.applyListing(mailbox, messages, unseen);
+        const bool isOutdated = reading != nullptr && reading->precedesCount(record.key());
+        record.applyListing(mailbox, messages, isOutdated ? record.unreadCount : unseen);
         present.insert(path);
     }
     std::vector<MailboxKey> gone;
@@ -117,7 +120,8 @@ void RecordWriter::deleteAccount(const UUID& accountID) {
 
 // --- Messages --------------------------------------------------------------------------------------------------
 
-AppliedDelta RecordWriter::apply(MailboxDelta delta, const MailboxKey& named, LabelNewMail labelNewMail) {
+AppliedDelta RecordWriter::apply(MailboxDelta delta, const MailboxKey& named, LabelNewMail labelNewMail,
+                                 const LocalChanges::Reading* reading) {
     const auto mailbox = canonical(named);
     auto made = makeRecords(delta.newMessages, mailbox, delta.state.uidValidity, labelNewMail);
     std::optional<MailboxRecord> before;
@@ -125,6 +129,7 @@ AppliedDelta RecordWriter::apply(MailboxDelta delta, const MailboxKey& named, La
     context_->transaction([&] {
         before = context_->mailboxes.find(mailbox);
         if (!before) return;
+        const bool isOutdated = reading != nullptr && reading->correct(delta, mailbox);
         if (delta.isReset)
             context_->messages.removeAll(mailbox);
         else
@@ -132,9 +137,11 @@ AppliedDelta RecordWriter::apply(MailboxDelta delta, const MailboxKey& named, La
         inserted = storeMessages(delta.newMessages, std::move(made), mailbox);
         auto record = *before;
         takeState(record, delta.state);
+        // From there on the flags are asked for again.
+        if (isOutdated) record.highestModSeq = before->highestModSeq;
         record.lastSynced = clock_->now();
         if (record.oldestSyncedUID == 0 || delta.isReset) record.oldestSyncedUID = lowestUID(delta.newMessages);
-        refreshUnreadCount(record, delta);
+        refreshUnreadCount(record, delta, reading);
         context_->mailboxes.store(record);
     });
     if (!before) return {};
@@ -188,9 +195,14 @@ RecordWriter::Inserted RecordWriter::storeMessages(std::span<const SyncedMessage
 }
 
 /// STATUS tells the unread messages of most mailboxes. For the inbox, mail that is here counts before the next STATUS.
-void RecordWriter::refreshUnreadCount(MailboxRecord& record, const MailboxDelta& delta) {
+void RecordWriter::refreshUnreadCount(MailboxRecord& record, const MailboxDelta& delta,
+                                      const LocalChanges::Reading* reading) {
     if (record.role() != MailboxRole::inbox) return;
-    const auto unseen = context_->messages.unseenCount(record.key());
+    auto unseen = context_->messages.unseenCount(record.key());
+    if (reading != nullptr) {
+        const auto leaving = context_->messages.flags(record.key(), reading->leaving(record.key()));
+        unseen -= std::ranges::count_if(leaving, [](const auto& held) { return !held.flags.isSeen; });
+    }
     record.unreadCount = delta.isReset ? unseen : std::max(unseen, record.unreadCount);
 }
 

@@ -4,6 +4,7 @@
 #include "records/MessageFiles.h"
 #include "records/ModelContext.h"
 #include "sync/ListedMailbox.h"
+#include "sync/LocalChanges.h"
 #include "sync/MailboxDelta.h"
 #include "sync/WriterTypes.h"
 
@@ -26,9 +27,11 @@ class RecordWriter {
     RecordWriter(std::unique_ptr<ModelContext> context, MessageFiles files, std::shared_ptr<Clock> clock);
 
     std::vector<MailboxEntry> mailboxEntries(const UUID& accountID);
-    void upsertMailboxes(const UUID& accountID, const std::vector<ListedMailbox>& listed);
+    void upsertMailboxes(const UUID& accountID, const std::vector<ListedMailbox>& listed,
+                         const LocalChanges::Reading* reading = nullptr);
     SyncState syncState(const MailboxKey& mailbox);
-    AppliedDelta apply(MailboxDelta delta, const MailboxKey& mailbox, LabelNewMail labelNewMail);
+    AppliedDelta apply(MailboxDelta delta, const MailboxKey& mailbox, LabelNewMail labelNewMail,
+                       const LocalChanges::Reading* reading = nullptr);
     void insertOlder(const std::vector<SyncedMessage>& messages, const MailboxKey& mailbox, std::int64_t uidValidity,
                      LabelNewMail labelNewMail);
     void insertMessages(const std::vector<SyncedMessage>& messages, const MailboxKey& mailbox, std::int64_t uidValidity,
@@ -41,11 +44,12 @@ class RecordWriter {
     /// Inserted messages by UID, with their place among those of the delta that were new.
     using Inserted = std::unordered_map<std::uint32_t, std::size_t>;
 
-    std::vector<MailboxKey> storeListing(const UUID& accountID, const std::vector<ListedMailbox>& listed);
+    std::vector<MailboxKey> storeListing(const UUID& accountID, const std::vector<ListedMailbox>& listed,
+                                         const LocalChanges::Reading* reading);
     Inserted storeMessages(std::span<const SyncedMessage> messages, std::vector<MessageRecord> made,
                            const MailboxKey& mailbox);
     void applyKnown(const MailboxDelta& delta, const MailboxKey& mailbox);
-    void refreshUnreadCount(MailboxRecord& record, const MailboxDelta& delta);
+    void refreshUnreadCount(MailboxRecord& record, const MailboxDelta& delta, const LocalChanges::Reading* reading);
     void removeBodies(const MailboxDelta& delta, const MailboxKey& mailbox, const MailboxRecord& before) const;
     static AppliedDelta newsOf(MailboxDelta delta, const MailboxRecord& before, const Inserted& inserted);
 

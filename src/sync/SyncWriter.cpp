@@ -8,12 +8,17 @@ namespace velmo {
 struct SyncWriter::State {
     RecordWriter writer;
     Executor strand;
+    std::shared_ptr<LocalChanges> localChanges = std::make_shared<LocalChanges>();
 };
 
 SyncWriter::SyncWriter(const std::shared_ptr<ModelContainer>& container, MessageFiles files,
                        std::shared_ptr<Clock> clock, const Executor& background)
     : state_(std::make_shared<State>(RecordWriter(container->makeContext(), std::move(files), std::move(clock)),
                                      makeStrand(background))) {}
+
+LocalChanges& SyncWriter::localChanges() {
+    return *state_->localChanges;
+}
 
 // Each operation holds the state itself: the writer may be dropped while one is running.
 
@@ -22,9 +27,9 @@ Async<std::vector<MailboxEntry>> SyncWriter::mailboxEntries(UUID accountID) {
     co_return co_await callOn(state->strand, [&] { return state->writer.mailboxEntries(accountID); });
 }
 
-Async<void> SyncWriter::upsertMailboxes(UUID accountID, std::vector<ListedMailbox> listed) {
+Async<void> SyncWriter::upsertMailboxes(UUID accountID, std::vector<ListedMailbox> listed, Reading reading) {
     const auto state = state_;
-    co_await callOn(state->strand, [&] { state->writer.upsertMailboxes(accountID, listed); });
+    co_await callOn(state->strand, [&] { state->writer.upsertMailboxes(accountID, listed, reading.get()); });
 }
 
 Async<SyncState> SyncWriter::syncState(UUID accountID, std::string path) {
@@ -33,11 +38,12 @@ Async<SyncState> SyncWriter::syncState(UUID accountID, std::string path) {
     co_return co_await callOn(state->strand, [&] { return state->writer.syncState(mailbox); });
 }
 
-Async<AppliedDelta> SyncWriter::apply(MailboxDelta delta, UUID accountID, std::string path, LabelNewMail labelNewMail) {
+Async<AppliedDelta> SyncWriter::apply(MailboxDelta delta, UUID accountID, std::string path, LabelNewMail labelNewMail,
+                                      Reading reading) {
     const auto state = state_;
     const MailboxKey mailbox{accountID, std::move(path)};
-    co_return co_await callOn(state->strand,
-                              [&] { return state->writer.apply(std::move(delta), mailbox, labelNewMail); });
+    co_return co_await callOn(
+        state->strand, [&] { return state->writer.apply(std::move(delta), mailbox, labelNewMail, reading.get()); });
 }
 
 Async<void> SyncWriter::insertOlder(std::vector<SyncedMessage> messages, UUID accountID, std::string path,

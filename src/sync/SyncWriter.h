@@ -6,6 +6,7 @@
 #include "records/MessageFiles.h"
 #include "records/ModelContainer.h"
 #include "sync/ListedMailbox.h"
+#include "sync/LocalChanges.h"
 #include "sync/MailboxDelta.h"
 #include "sync/WriterTypes.h"
 
@@ -29,18 +30,25 @@ class SyncWriter {
     SyncWriter(const std::shared_ptr<ModelContainer>& container, MessageFiles files, std::shared_ptr<Clock> clock,
                const Executor& background);
 
+    using Reading = std::shared_ptr<const LocalChanges::Reading>;
+
+    /// What is changed beside the syncs has to be told here. A sync begins a reading before it asks the server, and
+    /// hands it over with what came of it, so that it takes nothing back; without one it counts as older than nothing.
+    LocalChanges& localChanges();
+
     /// By path.
     Async<std::vector<MailboxEntry>> mailboxEntries(UUID accountID);
 
     /// Creates and updates the records of a complete listing, and removes mailboxes that it no longer holds, with
     /// their messages and bodies. A listing without any mailbox counts as no listing.
-    Async<void> upsertMailboxes(UUID accountID, std::vector<ListedMailbox> listed);
+    Async<void> upsertMailboxes(UUID accountID, std::vector<ListedMailbox> listed, Reading reading = {});
 
     /// What the next sync of the mailbox starts from; zeros for a mailbox that was never synced or isn't known.
     Async<SyncState> syncState(UUID accountID, std::string path);
 
     /// Stores a delta and the numbers that say how far it went. Nothing happens without a record of the mailbox.
-    Async<AppliedDelta> apply(MailboxDelta delta, UUID accountID, std::string path, LabelNewMail labelNewMail);
+    Async<AppliedDelta> apply(MailboxDelta delta, UUID accountID, std::string path, LabelNewMail labelNewMail,
+                              Reading reading = {});
 
     /// Stores messages that the backfill brought under the numbering `uidValidity`, and moves `oldestSyncedUID` down.
     /// Nothing happens when the mailbox has another numbering by now, or is gone.

@@ -33,7 +33,7 @@ struct ActionsRig {
         MessageActions::Hooks hooks;
         hooks.syncMailbox = [this](MailAccount account, std::string path) -> Async<void> {
             synced.push_back(path);
-            if (isReal_) co_await sync->syncMailboxQuietly(account, path);
+            if (isReal_) co_await sync->syncMailboxAfresh(account, path);
         };
         hooks.listMailboxes = [this](MailAccount account) { return sync->listMailboxes(std::move(account)); };
         hooks.selectNext = [this](const std::set<std::int64_t>& leaving) { left = leaving; };

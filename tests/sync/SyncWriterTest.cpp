@@ -5,6 +5,7 @@
 #include "sync/MessageRecordMaker.h"
 #include "sync/SyncWriterSamples.h"
 
+#include <array>
 #include <gtest/gtest.h>
 
 namespace velmo { namespace {
@@ -190,6 +191,54 @@ TEST_F(SyncWriterTest, AListingIsMirrored) {
     EXPECT_FALSE(context().messages.find(record.id));
     EXPECT_FALSE(fixture_.files.loadBody(BodyKey::of(record)));
     EXPECT_EQ(records().size(), 1U);
+}
+
+TEST_F(SyncWriterTest, AnOlderAnswerTakesNoChangeOfThePersonBack) {
+    using Flag = LocalChanges::Flag;
+    const auto changes = std::make_shared<LocalChanges>();
+    apply(delta({syncedMessage(1), syncedMessage(2), syncedMessage(3)}, 3, 4));
+    const auto modSeq = inbox().highestModSeq;
+    const auto answer = [&](std::int64_t value, std::set<std::string> flags, const LocalChanges::Reading& reading) {
+        auto change = delta({}, 3, 4);
+        change.state.highestModSeq = value;
+        change.flagChanges = {{1, std::move(flags)}, {2, {"\\Answered"}}};
+        writer().apply(std::move(change), inbox_, LabelNewMail::no, &reading);
+    };
+
+    // Asked before the server heard of it.
+    const auto early = changes->beginReading();
+    changes->changeFlag(inbox_, 1, Flag::seen, true);
+    const auto between = changes->beginReading();
+    answer(20, {"\\flagged"}, *early);
+    EXPECT_TRUE(records()[0].isSeen && records()[0].isFlagged && records()[1].isAnswered);
+    EXPECT_EQ(inbox().highestModSeq, modSeq) << "asked again from there";
+    changes->settleFlags(inbox_, std::array{1U}, Flag::seen);
+    changes->changeFlag(inbox_, 1, Flag::flagged, false);
+    changes->settleFlags(inbox_, std::array{1U}, Flag::flagged);
+    answer(21, {"\\FLAGGED"}, *between);
+    EXPECT_TRUE(records()[0].isSeen && !records()[0].isFlagged);
+    EXPECT_EQ(inbox().highestModSeq, modSeq);
+    // Whoever asks afterwards is told the truth.
+    answer(22, {}, *changes->beginReading());
+    EXPECT_FALSE(records()[0].isSeen);
+    EXPECT_EQ(inbox().highestModSeq, 22);
+
+    // The same for counts, and for messages that are hidden.
+    const auto listing = changes->beginReading();
+    const auto count = [&](const LocalChanges::Reading& reading) {
+        writer().upsertMailboxes(account_, {listed("INBOX", 3, 30), listed("Sent")}, &reading);
+        return inbox().unreadCount;
+    };
+    EXPECT_EQ(count(*early), 3);
+    EXPECT_EQ(count(*listing), 30);
+    changes->beginLeaving(inbox_, std::array{2U});
+    writer().upsertMailboxes(account_, {listed("INBOX", 3, 1), listed("Sent")}, nullptr);
+    answer(22, {}, *listing);
+    EXPECT_EQ(inbox().unreadCount, 2) << "without the one that is leaving";
+    EXPECT_EQ(count(*changes->beginReading()), 2);
+    changes->endLeaving(inbox_, std::array{2U});
+    EXPECT_EQ(count(*listing), 2);
+    EXPECT_EQ(count(*changes->beginReading()), 30);
 }
 
 TEST_F(SyncWriterTest, ARemovedAccountStaysRemoved) {
