@@ -171,7 +171,7 @@ Async<void> BodyFetch::fetchSlice(std::size_t connection, Slice slice, Batch& ba
     const auto mark = downloads_.mark(std::move(ids));
     auto& engine = pool_[connection];
     if (!engine) engine = engines_.makeEngine(account_);
-    auto sources = co_await engine->fetchRawMessages(slice.path(), std::move(uids));
+    auto sources = co_await engine->fetchRawMessages(slice.path(), slice.rows.front().key.uidValidity, std::move(uids));
 
     std::vector<Kept> kept;
     co_await callOn(environment_.executors.background, [&] {

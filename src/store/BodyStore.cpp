@@ -157,7 +157,8 @@ Async<Bytes> BodyStore::fetch(const MessageRecord& record) {
     if (!account) throw AccountGone();
     const Instant start = environment_.clock->instant();
     const auto engine = engines_.engine(*account);
-    auto source = co_await engine->fetchRawMessage(record.mailboxPath, static_cast<std::uint32_t>(record.uid));
+    auto source = co_await engine->fetchRawMessage(record.mailboxPath, record.uidValidity,
+                                                   static_cast<std::uint32_t>(record.uid));
     logDuration("body downloaded", *environment_.clock, start);
     co_return source;
 }

@@ -316,10 +316,22 @@ Async<std::vector<SyncedMessage>> SyncEngine::fetchMessages(std::string path, st
                  });
 }
 
-Async<Bytes> SyncEngine::fetchRawMessage(std::string path, std::uint32_t uid) {
-    return runOn(strand_, [this, uid, path = std::move(path)]() -> Async<Bytes> {
+Async<std::vector<IMAPFetchResult>> SyncEngine::fetchWhole(const Client& client, const std::string& path,
+                                                           std::int64_t uidValidity, std::string set) {
+    std::vector<IMAPFetchResult> results;
+    co_await client->locked([&]() -> Async<void> {
+        results = co_await client->uidFetch(path, std::move(set), std::string(wholeMessageItems));
+        const auto& state = client->selectedState();
+        if (state && state->uidValidity != 0 && uidValidity != 0 && state->uidValidity != uidValidity)
+            throw IMAPError::unexpected("the messages have new numbers");
+    });
+    co_return results;
+}
+
+Async<Bytes> SyncEngine::fetchRawMessage(std::string path, std::int64_t uidValidity, std::uint32_t uid) {
+    return runOn(strand_, [this, uidValidity, uid, path = std::move(path)]() -> Async<Bytes> {
         const Client client = co_await connectedClient();
-        auto results = co_await uidFetch(client, path, std::to_string(uid), std::string(wholeMessageItems));
+        auto results = co_await fetchWhole(client, path, uidValidity, std::to_string(uid));
         for (IMAPFetchResult& result : results) {
             const auto whole = result.sections.find("");
             if (result.uid == uid && whole != result.sections.end()) co_return std::move(whole->second);
@@ -328,20 +340,22 @@ Async<Bytes> SyncEngine::fetchRawMessage(std::string path, std::uint32_t uid) {
     });
 }
 
-Async<std::map<std::uint32_t, Bytes>> SyncEngine::fetchRawMessages(std::string path, std::vector<std::uint32_t> uids) {
-    return runOn(strand_,
-                 [this, path = std::move(path), uids = std::move(uids)]() -> Async<std::map<std::uint32_t, Bytes>> {
-                     std::map<std::uint32_t, Bytes> messages;
-                     if (uids.empty()) co_return messages;
-                     const Client client = co_await connectedClient();
-                     auto results = co_await uidFetch(client, path, uidSet(uids), std::string(wholeMessageItems));
-                     for (IMAPFetchResult& result : results) {
-                         const auto whole = result.sections.find("");
-                         if (result.uid && whole != result.sections.end())
-                             messages.insert_or_assign(*result.uid, std::move(whole->second));
-                     }
-                     co_return messages;
-                 });
+Async<std::map<std::uint32_t, Bytes>> SyncEngine::fetchRawMessages(std::string path, std::int64_t uidValidity,
+                                                                   std::vector<std::uint32_t> uids) {
+    return runOn(
+        strand_,
+        [this, uidValidity, path = std::move(path), uids = std::move(uids)]() -> Async<std::map<std::uint32_t, Bytes>> {
+            std::map<std::uint32_t, Bytes> messages;
+            if (uids.empty()) co_return messages;
+            const Client client = co_await connectedClient();
+            auto results = co_await fetchWhole(client, path, uidValidity, uidSet(uids));
+            for (IMAPFetchResult& result : results) {
+                const auto whole = result.sections.find("");
+                if (result.uid && whole != result.sections.end())
+                    messages.insert_or_assign(*result.uid, std::move(whole->second));
+            }
+            co_return messages;
+        });
 }
 
 Async<std::vector<std::uint32_t>> SyncEngine::remoteSearch(std::string path, std::string query) {

@@ -53,11 +53,13 @@ class SyncEngine {
 
     Async<std::vector<SyncedMessage>> fetchMessages(std::string path, std::vector<std::uint32_t> uids);
 
-    /// A whole message. Fails with IMAPError::unexpected when the server no longer has it.
-    Async<Bytes> fetchRawMessage(std::string path, std::uint32_t uid);
+    /// A whole message. Fails with IMAPError::unexpected when the server no longer has it, or has numbered its messages
+    /// anew since `uidValidity` (0: unknown), so that the number may mean another one.
+    Async<Bytes> fetchRawMessage(std::string path, std::int64_t uidValidity, std::uint32_t uid);
 
-    /// Whole messages; those that the server no longer has are missing.
-    Async<std::map<std::uint32_t, Bytes>> fetchRawMessages(std::string path, std::vector<std::uint32_t> uids);
+    /// Whole messages; those that the server no longer has are missing. Fails as above when they were numbered anew.
+    Async<std::map<std::uint32_t, Bytes>> fetchRawMessages(std::string path, std::int64_t uidValidity,
+                                                           std::vector<std::uint32_t> uids);
 
     /// Messages that the server finds for a person's words, in its own order.
     Async<std::vector<std::uint32_t>> remoteSearch(std::string path, std::string query);
@@ -88,6 +90,8 @@ class SyncEngine {
     Async<std::vector<SyncedMessage>> firstMessages(const Client& client, const std::string& path, std::int64_t exists);
     Async<std::vector<SyncedMessage>> newMessages(const Client& client, const std::string& path,
                                                   const SyncState& stored, const IMAPSelectedState& state);
+    static Async<std::vector<IMAPFetchResult>> fetchWhole(const Client& client, const std::string& path,
+                                                          std::int64_t uidValidity, std::string set);
     Async<void> readFlags(const Client& client, const std::string& path, const SyncState& stored, MailboxDelta& delta);
     Async<void> readVanished(const Client& client, const std::string& path, const SyncState& stored,
                              MailboxDelta& delta);

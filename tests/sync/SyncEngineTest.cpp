@@ -269,6 +269,7 @@ TEST(SyncEngine, ActsOnMessagesByTheirIDs) {
     SystemClock clock;
     Rig rig(signInScript("MOVE X-GM-EXT-1") + R"(
         C: b3 SELECT "Snoozed"
+        S: * OK [UIDVALIDITY 7] valid
         S: b3 OK
         C: b4 UID SEARCH HEADER Message-ID "<a\"b@c>"
         S: * SEARCH 4 5
@@ -292,6 +293,9 @@ TEST(SyncEngine, ActsOnMessagesByTheirIDs) {
         S: * 1 FETCH (UID 2 BODY[] "x")
         S: * 2 FETCH (UID 9 BODY[] NIL)
         S: b10 OK
+        C: b11 UID FETCH 2 (UID BODY.PEEK[])
+        S: * 2 FETCH (UID 2 BODY[] "of another message")
+        S: b11 OK
         )",
             clock);
     SyncEngine& engine = *rig.engine;
@@ -304,16 +308,20 @@ TEST(SyncEngine, ActsOnMessagesByTheirIDs) {
         const auto hits = co_await engine.remoteSearch("Snoozed", "from:\"me\"");
         EXPECT_EQ(hits, std::vector<std::uint32_t>{2});
         std::vector<std::uint32_t> uids{2, 1};
-        const auto raw = co_await engine.fetchRawMessages("Snoozed", std::move(uids));
+        const auto raw = co_await engine.fetchRawMessages("Snoozed", 7, std::move(uids));
         EXPECT_EQ(raw, (std::map<std::uint32_t, Bytes>{{2, "a\r\n"}}));
         const auto none = co_await engine.fetchOlder("Snoozed", 1, 100);
         EXPECT_TRUE(none.empty());
     });
-    try {
-        rig.runtime.run([&] { return engine.fetchRawMessage("Snoozed", 9); });
-        FAIL();
-    } catch (const IMAPError& error) {
-        EXPECT_EQ(error, IMAPError::unexpected("message 9 is gone"));
+    const std::map<std::pair<std::int64_t, std::uint32_t>, const char*> failures{
+        {{7, 9}, "message 9 is gone"}, {{8, 2}, "the messages have new numbers"}};
+    for (const auto& [wanted, sentence] : failures) {
+        try {
+            rig.runtime.run([&] { return engine.fetchRawMessage("Snoozed", wanted.first, wanted.second); });
+            ADD_FAILURE() << sentence;
+        } catch (const IMAPError& error) {
+            EXPECT_EQ(error, IMAPError::unexpected(sentence));
+        }
     }
     EXPECT_EQ(rig.server.verdict(), "");
 }
