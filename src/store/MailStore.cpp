@@ -92,14 +92,13 @@ Async<void> MailStore::start() {
     isRunning_ = true;
     for (const auto& service : services_) service->start();
     lists_->startIndexing();
-    std::set<UUID> present;
-    for (const auto& account : environment_.accounts.accounts.get()) present.insert(account.id);
+    const auto present = accountsWithout({});
     std::vector<UUID> gone;
     for (const auto& [id, loop] : loops_)
         if (!present.contains(id)) gone.push_back(id);
     for (const auto& id : gone) co_await endLoop(id);
     startLoops();
-    repairSelection();
+    selection_.repair(present);
 }
 
 /// Once in the life of the process; what it does, it does once in the life of the settings.
@@ -133,17 +132,11 @@ Async<void> MailStore::endLoop(UUID accountID) {
     co_await held.mapped().finished();
 }
 
-void MailStore::repairSelection() {
-    const auto& accounts = environment_.accounts.accounts.get();
+std::set<UUID> MailStore::accountsWithout(std::optional<UUID> removed) const {
     std::set<UUID> present;
-    for (const auto& account : accounts) present.insert(account.id);
-    selection_.repair(present);
-    if (accounts.empty()) {
-        selection_.unified = std::optional<UnifiedMailbox>();
-        hasOpenedDefaultView_ = false;
-    } else if (!std::exchange(hasOpenedDefaultView_, true)) {
-        selection_.openDefaultView();
-    }
+    for (const auto& account : environment_.accounts.accounts.get())
+        if (account.id != removed) present.insert(account.id);
+    return present;
 }
 
 void MailStore::refreshAll() {
@@ -185,10 +178,7 @@ Async<void> MailStore::removeAccountData(MailAccount account) {
     status_.remove(account.id);
     directory_.remove(account.id);
     for (const auto& service : services_) service->accountRemoved(account.id);
-    std::set<UUID> present;
-    for (const auto& other : environment_.accounts.accounts.get())
-        if (other.id != account.id) present.insert(other.id);
-    selection_.repair(present);
+    selection_.repair(accountsWithout(account.id));
 }
 
 }

@@ -92,7 +92,7 @@ class MailStore {
     Async<void> keepHouse();
     void startLoops();
     Async<void> endLoop(UUID accountID);
-    void repairSelection();
+    std::set<UUID> accountsWithout(std::optional<UUID> removed) const;
     void checked(const MailAccount& account, MailService::Check check);
     std::optional<std::string> selectedMailbox(const UUID& accountID) const;
     Async<void> removeAccountData(MailAccount account);
@@ -118,7 +118,6 @@ class MailStore {
     std::map<UUID, Task> loops_;
     std::vector<Task> background_;
     bool hasKeptHouse_ = false;
-    bool hasOpenedDefaultView_ = false;
     bool isRunning_ = false;
     bool isStopping_ = false;
 };
