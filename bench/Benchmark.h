@@ -9,9 +9,10 @@ namespace velmo::bench {
 struct Row {
     std::string name;
     double ours = 0;
-    double peer = 0;
+    std::optional<double> peer; ///< absent: there is none
     std::string unit;
-    /// What ours divided by peer must reach (`Better::higher`) or stay at (`Better::lower`); absent: only told.
+    /// What ours divided by peer, or ours alone without a peer, must reach (`Better::higher`) or stay at
+    /// (`Better::lower`); absent: only told.
     std::optional<double> bar;
     enum class Better { higher, lower } better = Better::higher;
 };

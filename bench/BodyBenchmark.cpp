@@ -1,13 +1,14 @@
 #include "bench/BodyBenchmark.h"
 
+#include "bench/Home.h"
+#include "bench/Process.h"
+#include "bench/Timing.h"
 #include "support/MailServers.h"
 #include "support/TemporaryDirectory.h"
 
-#include <chrono>
 #include <cstdlib>
 #include <fmt/format.h>
 #include <fstream>
-#include <stdexcept>
 
 namespace velmo::bench {
 
@@ -17,12 +18,8 @@ using test::MailServers;
 
 constexpr int messageCount = 10'000;
 
-/// Seconds that a command takes; throws when it fails.
-double run(const std::string& command) {
-    const auto start = std::chrono::steady_clock::now();
-    // NOLINTNEXTLINE(cert-env33-c,concurrency-mt-unsafe): our own words
-    if (std::system((command + " > /dev/null").c_str()) != 0) throw std::runtime_error("failed: " + command);
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+double run(std::vector<std::string> words) {
+    return secondsOf([&] { runProgram(std::move(words)); });
 }
 
 struct Times {
@@ -32,18 +29,12 @@ struct Times {
     double all() const { return heads + bodies + index; }
 };
 
-Times ours(const MailServers& servers, const std::filesystem::path& velmo) {
-    const test::TemporaryDirectory home;
-    const auto imap = servers.imap(ServerConfig::Security::tls);
-    const auto smtp = servers.smtp(ServerConfig::Security::startTLS);
-    const std::string call = fmt::format("VELMO_HOME={} {}", home.path().string(), velmo.string());
-    run(fmt::format("echo {} | {} accounts add --email alice@example.test --username {} --imap {}:{}:tls --smtp "
-                    "{}:{}:starttls --password-stdin",
-                    servers.value("ALICE_PASSWORD"), call, servers.value("ALICE_USER"), imap.host, imap.port, smtp.host,
-                    smtp.port));
+Times ours(const MailServers& servers, const std::filesystem::path& programs) {
+    Home home(programs);
+    home.addAccount(servers, "ALICE");
     Times times;
-    times.heads = run(call + " sync") + run(call + " older --mailbox inbox --all");
-    times.bodies = run(call + " sync --bodies");
+    times.heads = run(home.call("velmo", {"sync"})) + run(home.call("velmo", {"older", "--mailbox", "inbox", "--all"}));
+    times.bodies = run(home.call("velmo", {"sync", "--bodies"}));
     return times;
 }
 
@@ -61,17 +52,18 @@ Times peers(const MailServers& servers) {
     std::ofstream(home / "notmuch") << fmt::format(
         "[database]\npath={}\n[user]\nname=Alice\nprimary_email=alice@example.test\n[new]\ntags=new\n", mail);
     Times times;
-    times.bodies = run(fmt::format("mbsync -q -c {} c", (home / "mbsyncrc").string()));
-    times.index = run(fmt::format("NOTMUCH_CONFIG={} notmuch new --quiet", (home / "notmuch").string()));
+    times.bodies = run({"mbsync", "-q", "-c", (home / "mbsyncrc").string(), "c"});
+    const test::EnvironmentGuard configuration("NOTMUCH_CONFIG", (home / "notmuch").string());
+    times.index = run({"notmuch", "new", "--quiet"});
     return times;
 }
 
 }
 
-std::vector<Row> benchBodies(const std::filesystem::path& velmo) {
+std::vector<Row> benchBodies(const std::filesystem::path& programs) {
     const MailServers servers;
     servers.fill(messageCount);
-    const Times we = ours(servers, velmo);
+    const Times we = ours(servers, programs);
     const Times they = peers(servers);
     return {Row{"every body here and searchable, 10,000", we.all(), they.all(), "s", 0.35, Row::Better::lower},
             Row{"heads alone, of these", we.heads, they.all(), "s", {}, Row::Better::lower},

@@ -1,10 +1,10 @@
-#include "IMAPBenchmark.h"
+#include "bench/IMAPBenchmark.h"
 
+#include "bench/Timing.h"
 #include "protocols/IMAPFetchResult.h"
 #include "protocols/IMAPResponse.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstring>
 #include <fmt/format.h>
 
@@ -13,19 +13,6 @@ namespace velmo::bench {
 namespace {
 
 constexpr int rounds = 5;
-
-/// Megabytes a second, the best of some rounds.
-template <class F>
-double rate(std::size_t bytes, F work) {
-    double best = 0;
-    for (int i = 0; i < rounds; ++i) {
-        const auto start = std::chrono::steady_clock::now();
-        work();
-        const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
-        best = std::max(best, static_cast<double>(bytes) / 1e6 / taken.count());
-    }
-    return best;
-}
 
 std::string headerResponse(int number) {
     const std::string references =
@@ -53,30 +40,40 @@ std::size_t totalSize(const std::vector<Bytes>& responses) {
     return size;
 }
 
+/// Megabytes a second.
+double rateOf(std::size_t bytes, double seconds) {
+    return static_cast<double>(bytes) / 1e6 / seconds;
+}
+
 double readingRate(const std::vector<Bytes>& responses) {
     std::size_t read = 0;
     double best = 0;
     for (int i = 0; i < rounds; ++i) {
         // The client hands over what it has received, so the copies are not part of the work.
         std::vector<Bytes> received = responses;
-        const auto start = std::chrono::steady_clock::now();
-        for (Bytes& bytes : received) {
-            const IMAPResponse response = parseResponse(std::move(bytes));
-            if (IMAPFetchResult::read(response.values())) ++read;
-        }
-        const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
-        best = std::max(best, static_cast<double>(totalSize(responses)) / 1e6 / taken.count());
+        const double seconds = secondsOf([&] {
+            for (Bytes& bytes : received) {
+                const IMAPResponse response = parseResponse(std::move(bytes));
+                if (IMAPFetchResult::read(response.values())) ++read;
+            }
+        });
+        best = std::max(best, rateOf(totalSize(responses), seconds));
     }
     return read == responses.size() * rounds ? best : 0;
 }
 
 double copyingRate(const std::vector<Bytes>& responses) {
-    return rate(totalSize(responses), [&] {
-        for (const Bytes& response : responses) {
-            const Bytes copy = response;
-            asm volatile("" : : "r"(copy.data()) : "memory");
-        }
-    });
+    double best = 0;
+    for (int i = 0; i < rounds; ++i) {
+        const double seconds = secondsOf([&] {
+            for (const Bytes& response : responses) {
+                const Bytes copy = response;
+                asm volatile("" : : "r"(copy.data()) : "memory");
+            }
+        });
+        best = std::max(best, rateOf(totalSize(responses), seconds));
+    }
+    return best;
 }
 
 }
@@ -95,7 +92,7 @@ std::vector<Row> benchIMAP() {
     return {
         Row{"IMAP: header items of 5,000 messages, against one copy", headerRate, copyingRate(headers), "MB/s", {}},
         Row{"IMAP: messages of 1 MB, against one copy", literalRate, copyingRate(literals), "MB/s", {}},
-        Row{"IMAP: messages of 1 MB, against the floor", literalRate, 1000, "MB/s", 1.0},
+        Row{"IMAP: messages of 1 MB", literalRate, {}, "MB/s", 1000},
     };
 }
 

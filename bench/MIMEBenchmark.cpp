@@ -1,10 +1,12 @@
-#include "MIMEBenchmark.h"
+#include "bench/MIMEBenchmark.h"
 
+#include "bench/Process.h"
+#include "bench/Timing.h"
 #include "formats/HeaderWords.h"
 #include "formats/ParsedMessage.h"
+#include "support/TemporaryDirectory.h"
 
 #include <algorithm>
-#include <chrono>
 #include <fstream>
 #include <gmime/gmime.h>
 #include <iterator>
@@ -18,6 +20,7 @@ namespace {
 
 constexpr int rounds = 7;
 constexpr double bar = 3;
+constexpr int corpusSize = 3000;
 
 struct Unreferenced {
     void operator()(void* object) const { g_object_unref(object); }
@@ -103,18 +106,20 @@ std::size_t readPeersWay(const Message& message) {
 
 double secondsFor(const std::vector<Message>& messages, std::size_t (*read)(const Message&)) {
     std::size_t decoded = 0;
-    const auto start = std::chrono::steady_clock::now();
-    for (const auto& message : messages) decoded += read(message);
-    const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - start;
+    const double seconds = secondsOf([&] {
+        for (const auto& message : messages) decoded += read(message);
+    });
     if (decoded == 0) throw std::runtime_error("the messages decode to nothing");
-    return passed.count();
+    return seconds;
 }
 
 }
 
-std::vector<Row> benchMIME(const std::filesystem::path& corpusDirectory) {
+std::vector<Row> benchMIME() {
+    const test::TemporaryDirectory corpus;
+    runProgram({test::testFile("servers/fill").string(), corpus.path().string(), std::to_string(corpusSize)});
     g_mime_init();
-    const auto messages = readMessages(corpusDirectory);
+    const auto messages = readMessages(corpus.path());
     double megabytes = 0;
     for (const auto& message : messages) megabytes += static_cast<double>(message.bytes.size()) / 1e6;
     double ours = 0, peer = 0;

@@ -3,13 +3,13 @@
 #include "base/Runtime.h"
 #include "base/Text.h"
 #include "bench/BareClient.h"
+#include "bench/Process.h"
+#include "bench/Timing.h"
 #include "records/ModelContainer.h"
 #include "store/AccountPass.h"
 #include "support/MailServers.h"
 
 #include <algorithm>
-#include <chrono>
-#include <cstdio>
 #include <fmt/format.h>
 #include <iostream>
 #include <stdexcept>
@@ -20,24 +20,11 @@ namespace velmo::bench {
 namespace {
 
 using test::MailServers;
-using Milliseconds = std::chrono::duration<double, std::milli>;
 
 constexpr int mailboxCount = 20;
 constexpr int messagesEach = 200;
 constexpr int largeMailbox = 10'000;
 constexpr int rounds = 7;
-
-template <class Work>
-double timed(Work work) {
-    const auto start = std::chrono::steady_clock::now();
-    work();
-    return Milliseconds(std::chrono::steady_clock::now() - start).count();
-}
-
-double median(std::vector<double> values) {
-    std::ranges::sort(values);
-    return values[values.size() / 2];
-}
 
 struct Login {
     ServerConfig server;
@@ -126,7 +113,7 @@ Row passRow(std::string name, const Login& login, const std::vector<std::string>
     std::vector<double> oursTimes, bareTimes;
     for (int round = 0; round < rounds; ++round) {
         oursTimes.push_back(ours());
-        bareTimes.push_back(timed([&] { playBare(login.server, login.user, login.password, commands); }));
+        bareTimes.push_back(millisecondsOf([&] { playBare(login.server, login.user, login.password, commands); }));
     }
     return Row{std::move(name), median(oursTimes), median(bareTimes), "ms", 1.5, Row::Better::lower};
 }
@@ -147,11 +134,11 @@ std::vector<Row> benchPasses(Runtime& runtime) {
     const Login login = loginOf(servers);
     const auto first = [&] {
         Mirror fresh(runtime, login);
-        return timed([&] { fresh.pass(); });
+        return millisecondsOf([&] { fresh.pass(); });
     };
     Mirror filled(runtime, login);
     filled.pass();
-    const auto second = [&] { return timed([&] { filled.pass(); }); };
+    const auto second = [&] { return millisecondsOf([&] { filled.pass(); }); };
     return {passRow("first pass, 20 mailboxes of 200", login, firstCommands, first),
             passRow("second pass, nothing new", login, secondCommands, second)};
 }
@@ -160,22 +147,17 @@ Row benchMemory(const std::string& program) {
     const MailServers servers;
     servers.fill(largeMailbox, 1);
     const Login login = loginOf(servers);
-    const std::string command = fmt::format("{} --measure-memory {} {} {} {}", program, login.server.host,
-                                            login.server.port, login.user, login.password);
-    std::FILE* pipe = popen(command.c_str(), "r"); // NOLINT(cert-env33-c): our own words
-    if (pipe == nullptr) throw std::runtime_error("no second process");
-    double megabytes = 0;
-    const bool read = std::fscanf(pipe, "%lf", &megabytes) == 1; // NOLINT(cert-err34-c): checked
-    if (pclose(pipe) != 0 || !read) throw std::runtime_error("the second process failed");
-    return Row{"peak memory, mailbox of 10,000", megabytes, 100, "MB", 1.0, Row::Better::lower};
+    const double megabytes = std::stod(outputOf({program, "--measure-memory", login.server.host,
+                                                 std::to_string(login.server.port), login.user, login.password}));
+    return Row{"peak memory, mailbox of 10,000", megabytes, {}, "MB", 100, Row::Better::lower};
 }
 
 }
 
-std::vector<Row> benchSync(const std::string& program) {
+std::vector<Row> benchSync(const std::filesystem::path& programs) {
     Runtime runtime;
     auto rows = benchPasses(runtime);
-    rows.push_back(benchMemory(program));
+    rows.push_back(benchMemory(programs / "velmo-bench"));
     return rows;
 }
 

@@ -2,15 +2,15 @@
 
 #include "bench/Benchmark.h"
 
-#include <optional>
+#include <filesystem>
 #include <string>
 #include <vector>
 
 namespace velmo::bench {
 
 /// Passes against a real server beside a bare client that sends the very same commands, and the memory of a large one.
-/// `program` is this executable, which starts itself again to measure its memory.
-std::vector<Row> benchSync(const std::string& program);
+/// The executable in `programs` starts itself again to measure its memory.
+std::vector<Row> benchSync(const std::filesystem::path& programs);
 
 /// The work of that second process: mirrors the whole inbox, then passes over it once more. Prints the peak of its
 /// resident memory in MB on standard output.

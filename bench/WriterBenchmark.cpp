@@ -1,6 +1,7 @@
 #include "bench/WriterBenchmark.h"
 
 #include "base/ManualClock.h"
+#include "bench/Timing.h"
 #include "records/JSONCells.h"
 #include "records/ModelContext.h"
 #include "sync/MessageRecordMaker.h"
@@ -9,7 +10,6 @@
 #include <algorithm>
 #include <array>
 #include <boost/asio/io_context.hpp>
-#include <chrono>
 #include <limits>
 #include <random>
 #include <sqlite3.h>
@@ -119,12 +119,6 @@ MailboxDelta makeDelta() {
     return delta;
 }
 
-double milliseconds(auto&& work) {
-    const auto start = std::chrono::steady_clock::now();
-    work();
-    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
-}
-
 /// A store on the disk's usual terms, in a directory that goes with it.
 class Store {
   public:
@@ -156,7 +150,7 @@ double timeWriter(const MailboxDelta& delta) {
                         std::make_shared<ManualClock>());
     writer.upsertMailboxes(inbox.accountID, {{{"INBOX", "/", {}, MailboxRole::inbox}, 0, 0}});
     auto own = delta;
-    return milliseconds([&] { writer.apply(std::move(own), inbox, LabelNewMail::yes); });
+    return millisecondsOf([&] { writer.apply(std::move(own), inbox, LabelNewMail::yes); });
 }
 
 /// The columns of a row, ready to be bound.
@@ -191,7 +185,7 @@ double timePlain(const std::vector<PlainRow>& rows) {
         "subject, snippet, messageID, inReplyTo, threadKey, \"references\", \"to\", cc, replyTo, attachments) VALUES "
         "(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
         -1, &statement, nullptr));
-    const auto time = milliseconds([&] {
+    const auto time = millisecondsOf([&] {
         check(sqlite3_exec(database, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr));
         for (const auto& row : rows) {
             int index = 0;
@@ -226,14 +220,7 @@ std::vector<Row> benchWriter() {
         ours = std::min(ours, timeWriter(delta));
         peer = std::min(peer, timePlain(rows));
     }
-    Row row;
-    row.name = "10,000 new messages in one delta";
-    row.ours = ours;
-    row.peer = peer;
-    row.unit = "ms";
-    row.bar = 2.5;
-    row.better = Row::Better::lower;
-    return {row};
+    return {Row{"10,000 new messages in one delta", ours, peer, "ms", 2.5, Row::Better::lower}};
 }
 
 }

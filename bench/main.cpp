@@ -1,15 +1,17 @@
-// Runs the benchmarks named (mime, imap, writer, lists, sync, bodies), or all, and prints what this system and its
-// peers did: a table, or JSON with --json.
+// Runs the benchmarks named (--list tells their names), or all, and prints what this system and its peers did: a table,
+// or JSON with --json.
 
+#include "bench/ApplicationBenchmark.h"
 #include "bench/BodyBenchmark.h"
 #include "bench/IMAPBenchmark.h"
 #include "bench/ListBenchmark.h"
 #include "bench/MIMEBenchmark.h"
+#include "bench/SearchBenchmark.h"
 #include "bench/SyncBenchmark.h"
 #include "bench/WriterBenchmark.h"
-#include "support/TemporaryDirectory.h"
 
-#include <cstdlib>
+#include <algorithm>
+#include <array>
 #include <cstring>
 #include <exception>
 #include <filesystem>
@@ -20,32 +22,57 @@
 
 namespace velmo::bench { namespace {
 
-double ratio(const Row& row) {
-    return row.peer > 0 ? row.ours / row.peer : 0;
+/// One of the measured matters. `programs` is where the built ones lie, this one among them.
+struct Matter {
+    std::string_view name;
+    std::vector<Row> (*bench)(const std::filesystem::path& programs);
+};
+
+constexpr std::array matters{
+    Matter{"mime", [](const auto&) { return benchMIME(); }},
+    Matter{"imap", [](const auto&) { return benchIMAP(); }},
+    Matter{"writer", [](const auto&) { return benchWriter(); }},
+    Matter{"lists", [](const auto&) { return benchLists(); }},
+    Matter{"search", benchSearch},
+    Matter{"sync", benchSync},
+    Matter{"bodies", benchBodies},
+    Matter{"start", benchStart},
+    Matter{"idle", benchIdle},
+    Matter{"arrival", benchArrival},
+};
+
+/// What the bar is held against.
+double judged(const Row& row) {
+    return row.peer ? row.ours / *row.peer : row.ours;
 }
 
 bool holds(const Row& row) {
     if (!row.bar) return true;
-    return row.better == Row::Better::higher ? ratio(row) >= *row.bar : ratio(row) <= *row.bar;
+    return row.better == Row::Better::higher ? judged(row) >= *row.bar : judged(row) <= *row.bar;
 }
 
 void printTable(const std::vector<Row>& rows) {
-    std::cout << fmt::format("{:<44}{:>12}{:>12}  {:<5}{:>8}  {}\n", "", "ours", "peer", "unit", "ratio", "bar");
+    std::cout << fmt::format("{:<54}{:>12}{:>12}  {:<5}{:>8}  {}\n", "", "ours", "peer", "unit", "ratio", "bar");
     for (const auto& row : rows) {
+        const std::string peer = row.peer ? fmt::format("{:.1f}", *row.peer) : "";
+        const std::string ratio = row.peer ? fmt::format("{:.2f}", judged(row)) : "";
         const std::string bar =
             row.bar ? fmt::format("{} {}: {}", row.better == Row::Better::higher ? "at least" : "at most", *row.bar,
                                   holds(row) ? "holds" : "FAILS")
                     : "";
-        std::cout << fmt::format("{:<44}{:>12.1f}{:>12.1f}  {:<5}{:>8.2f}  {}\n", row.name, row.ours, row.peer,
-                                 row.unit, ratio(row), bar);
+        std::cout << fmt::format("{:<54}{:>12.1f}{:>12}  {:<5}{:>8}  {}\n", row.name, row.ours, peer, row.unit, ratio,
+                                 bar);
     }
 }
 
 void printJSON(const std::vector<Row>& rows) {
     auto document = nlohmann::json::array();
     for (const auto& row : rows) {
-        nlohmann::json entry{
-            {"name", row.name}, {"ours", row.ours}, {"peer", row.peer}, {"unit", row.unit}, {"ratio", ratio(row)}};
+        nlohmann::json entry{{"name", row.name}, {"ours", row.ours}, {"unit", row.unit}};
+        if (row.peer) {
+            entry["peer"] = *row.peer;
+            entry["ratio"] = judged(row);
+        }
         if (row.bar) {
             entry["bar"] = *row.bar;
             entry["holds"] = holds(row);
@@ -55,30 +82,20 @@ void printJSON(const std::vector<Row>& rows) {
     std::cout << document.dump(2) << '\n';
 }
 
-/// The generated corpus of the message benchmark.
-constexpr int corpusSize = 3000;
-
 /// Runs the matters named, or all of them.
-std::vector<Row> run(const std::string& program, const std::set<std::string>& matters) {
+std::vector<Row> run(const std::filesystem::path& programs, std::set<std::string> wanted) {
     std::vector<Row> rows;
-    const auto wanted = [&matters](const char* matter) { return matters.empty() || matters.contains(matter); };
-    const auto add = [&rows](std::vector<Row> more) {
-        rows.insert(rows.end(), std::make_move_iterator(more.begin()), std::make_move_iterator(more.end()));
-    };
-    if (wanted("mime")) {
-        const test::TemporaryDirectory corpus;
-        const std::string command =
-            fmt::format("{} {} {}", test::testFile("servers/fill").string(), corpus.path().string(), corpusSize);
-        if (std::system(command.c_str()) != 0)
-            throw std::runtime_error("no corpus"); // NOLINT(cert-env33-c,concurrency-mt-unsafe)
-        add(benchMIME(corpus.path()));
+    const bool all = wanted.empty();
+    for (const auto& matter : matters) {
+        if (wanted.erase(std::string(matter.name)) == 0 && !all) continue;
+        std::ranges::move(matter.bench(programs), std::back_inserter(rows));
     }
-    if (wanted("imap")) add(benchIMAP());
-    if (wanted("writer")) add(benchWriter());
-    if (wanted("lists")) add(benchLists());
-    if (wanted("sync")) add(benchSync(program));
-    if (wanted("bodies")) add(benchBodies(std::filesystem::path(program).replace_filename("velmo")));
+    if (!wanted.empty()) throw std::runtime_error("no such benchmark: " + *wanted.begin());
     return rows;
+}
+
+void listMatters() {
+    for (const auto& matter : matters) std::cout << matter.name << '\n';
 }
 
 }}
@@ -88,9 +105,13 @@ int main(int count, char** words) {
     try {
         if (count > 1 && std::strcmp(words[1], "--measure-memory") == 0)
             return measureMemory(std::vector<std::string>(words + 2, words + count));
-        std::set<std::string> matters(words + 1, words + count);
-        const bool asJSON = matters.erase("--json") > 0;
-        const auto rows = run(std::filesystem::canonical("/proc/self/exe").string(), matters);
+        std::set<std::string> wanted(words + 1, words + count);
+        if (wanted.contains("--list")) {
+            listMatters();
+            return 0;
+        }
+        const bool asJSON = wanted.erase("--json") > 0;
+        const auto rows = run(std::filesystem::canonical("/proc/self/exe").parent_path(), std::move(wanted));
         asJSON ? printJSON(rows) : printTable(rows);
         return std::ranges::all_of(rows, holds) ? 0 : 1;
     } catch (const std::exception& error) {
