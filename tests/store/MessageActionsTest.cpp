@@ -3,6 +3,7 @@
 #include "store/ActionsRig.h"
 #include "store/MessageGroups.h"
 
+#include <cstdlib>
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -278,12 +279,18 @@ class RandomPerson {
     std::map<std::string, std::string> leaving_; ///< where to; "" for good
 };
 
+int actionsOfThePerson() {
+    const char* number = std::getenv("VELMO_ACTIONS"); // NOLINT(concurrency-mt-unsafe): nobody sets it
+    return number != nullptr ? std::max(1, std::atoi(number)) : 300;
+}
+
 TEST_P(Actions, OfARandomPersonEndAsTheyShould) {
     const Mail all = shown();
     ASSERT_EQ(all.size(), 40U);
     RandomPerson person(*rig_, all, 7);
     std::mt19937 random(11);
-    for (int i = 0; i < 300; ++i) {
+    const int count = actionsOfThePerson();
+    for (int i = 0; i < count; ++i) {
         person.act();
         if (random() % 25 == 0) pass();
         if (random() % 6 != 0) continue;
