@@ -16,6 +16,10 @@ Duration backOff(int failures) {
     return std::min(longest, shortest * (1 << (std::max(failures, 1) - 1)));
 }
 
+Duration listeningTime(Duration sincePass) {
+    return std::max(passInterval - sincePass, shortestIdle);
+}
+
 namespace {
 
 class SyncLoop {
@@ -57,12 +61,11 @@ class SyncLoop {
 
     Async<void> listen(AccountSync& sync, std::string inbox) {
         const auto since = std::chrono::floor<Duration>(clock_->instant() - *lastFullPass_);
-        const Duration timeout = std::max(passInterval - since, shortestIdle);
         const std::shared_ptr<SyncEngine> engine = sync.engines().engine(account_);
         bool hasChanged = false;
         std::exception_ptr failure;
         try {
-            hasChanged = co_await engine->waitForChanges(inbox, timeout);
+            hasChanged = co_await engine->waitForChanges(inbox, listeningTime(since));
         } catch (...) {
             failure = std::current_exception();
         }

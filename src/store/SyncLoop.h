@@ -16,6 +16,10 @@ inline constexpr Duration burstWait{2'000};
 /// The wait after so many failures in a row: 30 seconds, doubled each time, at most 900.
 Duration backOff(int failures);
 
+/// How long the server's word is waited for after a complete pass so long ago: until the next one is due, and never
+/// shorter than `shortestIdle`.
+Duration listeningTime(Duration sincePass);
+
 /// Keeps an account in step with its server until it is cancelled or the sync object is gone: a complete pass every ten
 /// minutes, in between the inbox at the server's word, and a growing wait after each failure. Runs on the main
 /// executor. Throws nothing but a cancellation.

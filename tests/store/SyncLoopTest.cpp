@@ -60,6 +60,13 @@ TEST(SyncLoop, SpacesFailingPassesAndTellsWhy) {
     }
 }
 
+TEST(SyncLoop, ListensUntilThePassIsDueAndHalfAMinuteAtLeast) {
+    for (const auto& [since, time] : {std::pair(0s, 600s), {569s, 31s}, {570s, 30s}, {590s, 30s}, {3'000s, 30s}})
+        EXPECT_EQ(listeningTime(since), time) << since.count();
+    for (const auto& [failures, time] : {std::pair(0, 30s), {1, 30s}, {5, 480s}, {6, 900s}, {1'000'000, 900s}})
+        EXPECT_EQ(backOff(failures), time) << failures;
+}
+
 TEST(SyncLoop, PassesAgainEveryTenMinutesWithoutAnInbox) {
     ScriptedServer server(R"(
         S: * OK [CAPABILITY IMAP4rev1 AUTH=PLAIN SASL-IR IDLE] hello
