@@ -175,7 +175,7 @@ Async<std::vector<ListedMailbox>> SyncEngine::listMailboxes() {
             entry.mailbox = mailbox;
             if (isSelectable(mailbox)) {
                 try {
-                    const auto counts = co_await client->locked([&] { return client->status(mailbox.path); });
+                    const auto counts = co_await statusOf(*client, mailbox.path);
                     entry.messages = counts.messages;
                     entry.unseen = counts.unseen;
                 } catch (const IMAPError&) {
@@ -185,6 +185,15 @@ Async<std::vector<ListedMailbox>> SyncEngine::listMailboxes() {
             listed.push_back(std::move(entry));
         }
         co_return listed;
+    });
+}
+
+/// Of the mailbox that is selected a server may tell what this session last heard of it (RFC 3501 §6.3.10); a NOOP
+/// makes the session listen.
+Async<IMAPClient::MailboxStatus> SyncEngine::statusOf(IMAPClient& client, const std::string& path) {
+    co_return co_await client.locked([&]() -> Async<IMAPClient::MailboxStatus> {
+        if (client.selectedPath() == path) co_await client.execute("NOOP");
+        co_return co_await client.status(path);
     });
 }
 
