@@ -141,6 +141,30 @@ CLI::App* addAction(CLI::App& program, CommandBody& body, const char* name, cons
     return command;
 }
 
+/// The last word is the key of a label, and those before it are numbers. The parser would take it for one of them.
+ActionWords labelWords(std::vector<std::string> all) {
+    ActionWords words;
+    words.text = std::move(all.back());
+    all.pop_back();
+    for (const auto& number : all)
+        if (!CLI::detail::lexical_cast(number, words.ids.emplace_back())) throw CLI::ConversionError(number, "ID");
+    return words;
+}
+
+void addLabelAction(CLI::App& program, CommandBody& body, const char* name, const char* help, Act act) {
+    constexpr int atLeast = 2;
+    auto* command = program.add_subcommand(name, tr(help));
+    auto all = std::make_shared<std::vector<std::string>>();
+    command->add_option("ID", *all, tr("Numbers of messages in a list, then the key of a label; see: velmo labels"))
+        ->required()
+        ->expected(atLeast, CLI::detail::expected_max_vector_size)
+        ->option_text("ID... KEY");
+    command->callback([all, act, name, &body] {
+        const auto words = std::make_shared<const ActionWords>(labelWords(*all));
+        body = [words, act, name](Session& session) { return run(session, *words, act, name); };
+    });
+}
+
 }
 
 void addActionCommands(CLI::App& program, CommandBody& body) {
@@ -150,14 +174,8 @@ void addActionCommands(CLI::App& program, CommandBody& body) {
     addAction(program, body, "move", "Move messages to a mailbox of their account", move, moveWords)
         ->add_option("--to", moveWords->text, tr("Path of the mailbox"))
         ->required();
-    auto labelWords = std::make_shared<ActionWords>();
-    addAction(program, body, "label", "Put a label on messages", addLabel, labelWords)
-        ->add_option("--key", labelWords->text, tr("Key of the label; see: velmo labels"))
-        ->required();
-    auto unlabelWords = std::make_shared<ActionWords>();
-    addAction(program, body, "unlabel", "Take a label from messages", removeLabel, unlabelWords)
-        ->add_option("--key", unlabelWords->text, tr("Key of the label; see: velmo labels"))
-        ->required();
+    addLabelAction(program, body, "label", "Put a label on messages", addLabel);
+    addLabelAction(program, body, "unlabel", "Take a label from messages", removeLabel);
     auto* undoing = program.add_subcommand("undo", tr("Take back the last action"));
     undoing->callback([&body] { body = undo; });
 }

@@ -98,6 +98,28 @@ TEST_F(CommandLine, ShowsSampleMailUntilThereIsAnAccount) {
     EXPECT_TRUE(message["headers"][0].is_array());
 }
 
+TEST_F(CommandLine, SearchesAndActsOnMessagesByTheirNumbers) {
+    const json rows = runJSON({"list", "--limit", "2"});
+    const auto first = rows[0]["id"].get<int>(), second = rows[1]["id"].get<int>();
+    const json labelled = runJSON({"label", std::to_string(first), std::to_string(second), "cat:receipts"});
+    EXPECT_EQ(labelled["messages"], json({first, second}));
+    const Outcome unknown = run({"unlabel", std::to_string(first), "cat:nothing"});
+    EXPECT_EQ(unknown.code, 1);
+    EXPECT_THAT(unknown.err, HasSubstr("There is no label cat:nothing."));
+    for (const std::vector<std::string>& words :
+         {std::vector<std::string>{"label", "1"}, {"label", "x", "cat:receipts"}, {"flag"}, {"seen", "1", "x"}})
+        EXPECT_EQ(run(words).code, 2) << testing::PrintToString(words);
+
+    const auto subject = rows[0]["subject"].get<std::string>();
+    const json found = runJSON({"search", subject});
+    ASSERT_FALSE(found.empty());
+    EXPECT_TRUE(std::ranges::any_of(found, [&](const json& row) { return row["id"] == first; })) << subject;
+    EXPECT_TRUE(runJSON({"search", "nosuchwordanywhere"}).empty());
+    const json thread = runJSON({"list", "--thread", std::to_string(first)});
+    for (const auto& row : thread) EXPECT_EQ(row["threadKey"], rows[0]["threadKey"]);
+    EXPECT_GE(runJSON({"labels"}).size(), 6U);
+}
+
 TEST_F(CommandLine, ReadsAMessageFromAFileAndSavesWhatItHolds) {
     const std::string source = "From: =?utf-8?Q?Zo=C3=AB?= <zoe@example.test>\r\nSubject: \x1b[2Jhello\r\n"
                                "Content-Type: multipart/mixed; boundary=b\r\n\r\n"
