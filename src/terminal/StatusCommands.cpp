@@ -43,6 +43,11 @@ std::string shownWord(SyncStatus::Kind kind) {
     return tr("idle");
 }
 
+json jsonOf(const std::optional<Banner>& banner) {
+    if (!banner) return nullptr;
+    return {{"text", banner->text}, {"canUndo", banner->canUndo}, {"isError", banner->isError}};
+}
+
 Async<void> status(Session& session) {
     co_await session.app.openMail();
     MailStore& store = session.app.store();
@@ -68,12 +73,14 @@ Async<void> status(Session& session) {
     const auto indexBytes = store.bodyIndex().fileSize();
     if (session.isJSON()) {
         session.print({{"accounts", std::move(accounts)},
+                       {"banner", jsonOf(store.status().banner.get())},
                        {"isRunning", session.place == Session::Place::application},
                        {"indexBytes", indexBytes}});
         co_return;
     }
     for (const auto& line : tableLines(rows)) session.console.line(line);
     session.console.line(tr("Search index: {} kB", indexBytes / 1000));
+    if (const auto& banner = store.status().banner.get()) session.console.line(printable(banner->text));
 }
 
 // --- watch ----------------------------------------------------------------------------------------------------------
