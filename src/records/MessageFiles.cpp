@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <openssl/sha.h>
+#include <set>
 #include <span>
 #include <sys/stat.h>
 
@@ -103,6 +104,42 @@ void MessageFiles::saveBody(BytesView source, const BodyKey& key) const {
     makePrivateDirectory(file.parent_path());
     replaceFile(file, source);
 }
+
+// --- Many at once ------------------------------------------------------------------------------------------------
+
+/// No mailbox has a directory of this name, since it holds no dash.
+fs::path MessageFiles::stagingOf(const UUID& accountID) const {
+    return root_ / accountID.text() / "incoming";
+}
+
+StagedFile MessageFiles::stageBody(BytesView source, const BodyKey& key) const {
+    const auto directory = stagingOf(key.accountID);
+    makePrivateDirectory(directory);
+    StagedFile body(fileOf(key), directory, source);
+    body.close();
+    return body;
+}
+
+/// A flush of each body by itself would cost more than everything else that is done with it. The contents are on the
+/// disk before the first one gets its name, and the names are before anybody hears of them.
+void MessageFiles::keep(std::vector<StagedFile> bodies) const {
+    if (bodies.empty()) return;
+    flushFileSystem(root_);
+    std::set<fs::path> directories;
+    for (auto& body : bodies) {
+        const auto directory = body.file().parent_path();
+        if (directories.insert(directory).second) makePrivateDirectory(directory);
+        body.putInPlace();
+    }
+    for (const auto& directory : directories) flushDirectory(directory);
+}
+
+void MessageFiles::dropStaged(const UUID& accountID) const {
+    std::error_code ignored;
+    fs::remove_all(stagingOf(accountID), ignored);
+}
+
+// --- Removing ----------------------------------------------------------------------------------------------------
 
 void MessageFiles::deleteBody(const BodyKey& key) const {
     std::error_code ignored;

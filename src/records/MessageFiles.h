@@ -2,12 +2,14 @@
 
 #include "base/Bytes.h"
 #include "base/UUID.h"
+#include "platform/StagedFile.h"
 #include "records/MessageRecord.h"
 
 #include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace velmo {
 
@@ -42,6 +44,16 @@ class MessageFiles {
     /// Replaces the file as a whole. Throws FileError.
     void saveBody(BytesView source, const BodyKey& key) const;
 
+    /// Writes a body beside all others, so that `keep` makes it the file, with many at once. Throws FileError.
+    StagedFile stageBody(BytesView source, const BodyKey& key) const;
+
+    /// Makes staged bodies the files, with one wait for the disk: after a crash at any moment each of them is there
+    /// whole or not at all. Throws FileError, when some may be there already.
+    void keep(std::vector<StagedFile> bodies) const;
+
+    /// Removes what a crash left staged for an account; not while bodies are being staged for it. A failure is ignored.
+    void dropStaged(const UUID& accountID) const;
+
     /// A failure is ignored.
     void deleteBody(const BodyKey& key) const;
 
@@ -64,6 +76,8 @@ class MessageFiles {
     std::filesystem::path fileOf(const BodyKey& key) const;
 
   private:
+    std::filesystem::path stagingOf(const UUID& accountID) const;
+
     std::filesystem::path root_;
 };
 

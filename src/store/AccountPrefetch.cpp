@@ -34,6 +34,7 @@ Async<void> AccountPrefetch::run(MailAccount account) {
     BodyFetch fetch(environment_, engines_, *downloads_, *budget_, account);
     std::exception_ptr failure;
     try {
+        co_await callOn(environment_.executors.background, [&] { environment_.files.dropStaged(account.id); });
         const Compared before = co_await compared(account.id);
         if (complete_ != before) co_await fillIndex(account.id);
         co_await fetchMissing(account.id, fetch);

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <deque>
 #include <map>
+#include <mutex>
 #include <span>
 #include <string>
 #include <utility>
@@ -18,8 +19,12 @@ constexpr std::size_t messagesOfSlice = 4;
 /// What a connection holds in memory at a time, unless one message alone is larger.
 constexpr std::int64_t bytesOfSlice = 10'000'000;
 
-/// Texts that are indexed in one commit; a search waits for its end.
 constexpr std::size_t adoptedAtOnce = 16;
+
+/// Texts that are indexed in one commit: many small commits are many merges later on, but a search waits for the end of
+/// one.
+constexpr std::size_t textsAtOnce = 32;
+constexpr std::size_t bytesOfTexts = 500'000;
 
 /// Calls `operation(0)` to `operation(3)`, and runs the four at the same time.
 template <class Operation>
@@ -47,15 +52,62 @@ struct BodyFetch::Slice {
     }
 };
 
-/// A body that is in the files and in the index.
+namespace {
+
+/// Takes bodies apart, and indexes their texts, many at once. Used from any thread.
+class Texts {
+  public:
+    Texts(BodyIndex& index, const UUID& accountID) : index_(index), accountID_(accountID) {}
+
+    /// Gives the snippet.
+    std::string add(const BodyRow& row, BytesView source) {
+        ReadBody body = readBody(source);
+        if (!row.messageID.value_or("").empty() && !body.indexText.empty())
+            add({*row.messageID, std::move(body.indexText)});
+        return std::move(body.snippet);
+    }
+
+    void addRest() { index_.add(take(), accountID_); }
+
+  private:
+    void add(BodyIndex::Document document) {
+        std::unique_lock lock(mutex_);
+        bytes_ += document.body.size();
+        waiting_.push_back(std::move(document));
+        const bool isEnough = waiting_.size() >= textsAtOnce || bytes_ >= bytesOfTexts;
+        lock.unlock();
+        if (isEnough) addRest();
+    }
+
+    std::vector<BodyIndex::Document> take() {
+        const std::lock_guard guard(mutex_);
+        bytes_ = 0;
+        return std::exchange(waiting_, {});
+    }
+
+    BodyIndex& index_;
+    UUID accountID_;
+    std::mutex mutex_; // guards what follows
+    std::vector<BodyIndex::Document> waiting_;
+    std::size_t bytes_ = 0;
+};
+
+}
+
+/// A body that is here, in its file or on the way into it.
 struct BodyFetch::Kept {
     BodyRow row;
     std::string snippet;
-    std::int64_t bytes = 0;
+    std::optional<StagedFile> staged;
+    std::int64_t bytes = 0; ///< of what is staged
 };
 
 struct BodyFetch::Batch {
+    Batch(std::vector<BodyRow> wanted, BodyIndex& index, const UUID& accountID)
+        : rows(std::move(wanted)), texts(index, accountID) {}
+
     std::vector<BodyRow> rows;
+    Texts texts;
     std::deque<Slice> waiting;
     std::vector<Kept> kept;
     std::exception_ptr failure;
@@ -67,25 +119,6 @@ struct BodyFetch::Batch {
         return ids;
     }
 };
-
-namespace {
-
-/// Takes bodies apart whose files are written, and indexes them in one commit.
-class Indexing {
-  public:
-    std::string add(const BodyRow& row, BytesView source) {
-        ReadBody body = readBody(source);
-        if (!row.messageID.value_or("").empty() && !body.indexText.empty())
-            documents_.push_back({*row.messageID, std::move(body.indexText)});
-        return std::move(body.snippet);
-    }
-    void commit(BodyIndex& index, const UUID& accountID) { index.add(documents_, accountID); }
-
-  private:
-    std::vector<BodyIndex::Document> documents_;
-};
-
-}
 
 std::vector<BodyFetch::Slice> BodyFetch::slices(std::vector<BodyRow> rows) {
     std::vector<Slice> slices;
@@ -102,16 +135,16 @@ std::vector<BodyFetch::Slice> BodyFetch::slices(std::vector<BodyRow> rows) {
 }
 
 Async<std::set<std::int64_t>> BodyFetch::fetch(std::vector<BodyRow> rows) {
-    Batch batch;
-    batch.rows = std::move(rows);
+    Batch batch(std::move(rows), environment_.bodyIndex, account_.id);
     try {
         co_await adoptFiles(batch);
         co_await download(batch);
     } catch (...) {
         batch.failure = std::current_exception();
     }
-    // Also what a cancelled batch has brought is marked.
+    // Also what a cancelled batch has brought is kept.
     co_await ignoreCancellation();
+    co_await keepFiles(batch);
     co_await record(batch);
     co_await allowCancellation();
     if (batch.failure) std::rethrow_exception(batch.failure);
@@ -125,12 +158,10 @@ Async<void> BodyFetch::adoptFiles(Batch& batch) {
         const auto step = rest.first(std::min(rest.size(), adoptedAtOnce));
         rest = rest.subspan(step.size());
         co_await callOn(environment_.executors.background, [&] {
-            Indexing indexing;
             for (const BodyRow& row : step) {
                 const auto source = environment_.files.loadBody(row.key);
-                if (source) batch.kept.push_back({row, indexing.add(row, *source), 0});
+                if (source) batch.kept.push_back({row, batch.texts.add(row, *source), {}, 0});
             }
-            indexing.commit(environment_.bodyIndex, account_.id);
         });
     }
 }
@@ -175,18 +206,37 @@ Async<void> BodyFetch::fetchSlice(std::size_t connection, Slice slice, Batch& ba
 
     std::vector<Kept> kept;
     co_await callOn(environment_.executors.background, [&] {
-        Indexing indexing;
         for (const BodyRow& row : slice.rows) {
             const auto found = sources.find(static_cast<std::uint32_t>(row.key.uid));
             if (found == sources.end()) continue;
-            environment_.files.saveBody(found->second, row.key);
+            StagedFile staged = environment_.files.stageBody(found->second, row.key);
             const auto bytes = static_cast<std::int64_t>(found->second.size());
-            kept.push_back({row, indexing.add(row, found->second), bytes});
+            kept.push_back({row, batch.texts.add(row, found->second), std::move(staged), bytes});
         }
-        indexing.commit(environment_.bodyIndex, account_.id);
     });
-    for (const Kept& one : kept) budget_.add(one.bytes);
     batch.kept.insert(batch.kept.end(), std::move_iterator(kept.begin()), std::move_iterator(kept.end()));
+}
+
+/// A record must not claim a body before the disk has it.
+Async<void> BodyFetch::keepFiles(Batch& batch) {
+    std::vector<StagedFile> staged;
+    for (Kept& one : batch.kept) {
+        if (one.staged) staged.push_back(std::move(*one.staged));
+    }
+    std::exception_ptr failure;
+    try {
+        co_await callOn(environment_.executors.background, [&] {
+            batch.texts.addRest();
+            environment_.files.keep(std::move(staged));
+        });
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    if (failure) {
+        if (!batch.failure) batch.failure = failure;
+        std::erase_if(batch.kept, [](const Kept& one) { return one.staged.has_value(); });
+    }
+    for (const Kept& one : batch.kept) budget_.add(one.bytes);
 }
 
 /// A message that went meanwhile took its files with it, but not the one that was written since.

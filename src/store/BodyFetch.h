@@ -30,8 +30,8 @@ class BodyFetch {
           budget_(budget),
           account_(std::move(account)) {}
 
-    /// Fetches these bodies, writes their files, indexes their texts and, in one commit at the end, marks their
-    /// records. A body whose file is there already is not fetched again. Gives the messages that still have no body:
+    /// Fetches these bodies, indexes their texts and, at the end, makes all of them files and marks their records, in
+    /// one commit. A body whose file is there already is not fetched again. Gives the messages that still have no body:
     /// the server no longer has them, or they are being opened now.
     ///
     /// Throws what the server, the disk or the store refused, after what had come until then was marked; the same when
@@ -51,6 +51,7 @@ class BodyFetch {
     Async<void> download(Batch& batch);
     Async<void> work(std::size_t connection, Batch& batch);
     Async<void> fetchSlice(std::size_t connection, Slice slice, Batch& batch);
+    Async<void> keepFiles(Batch& batch);
     Async<void> record(const Batch& batch);
 
     StoreEnvironment& environment_;

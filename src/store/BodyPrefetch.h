@@ -24,9 +24,9 @@ struct BodyPrefetchLimits {
 /// Fills the body files and the body index before a person asks: the newest messages first, those in junk and trash
 /// never. Lives on the main executor, one task an account. Dropping it cancels the tasks.
 ///
-/// Of a message the file is written first, then its text is indexed, then its record is marked; whatever a crash left
-/// undone is completed by the next start. Bodies of messages that are not younger than the date of the setting
-/// "bodyCutoff.{accountID}" are left on the server.
+/// The text of a message is indexed, and its body made a file together with those of its batch, before its record is
+/// marked; whatever a crash left undone is completed by the next start. Bodies of messages that are not younger than
+/// the date of the setting "bodyCutoff.{accountID}" are left on the server.
 class BodyPrefetch {
   public:
     /// `environment` and `engines` outlive this and the tasks that run; see `cancelAll`.

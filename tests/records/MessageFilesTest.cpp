@@ -68,6 +68,43 @@ TEST_F(MessageFilesTest, BodiesAreSavedReplacedCopiedAndDeleted) {
     EXPECT_EQ(files_.loadBody(key("INBOX")), std::nullopt);
 }
 
+TEST_F(MessageFilesTest, StagedBodiesBecomeFilesTogetherOrGoAgain) {
+    const auto filesOf = [this] {
+        std::size_t count = 0;
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(root_)) count += entry.is_regular_file();
+        return count;
+    };
+    files_.saveBody("old", key("INBOX", 1));
+    std::vector<StagedFile> staged;
+    for (const int uid : {1, 2}) staged.push_back(files_.stageBody("body " + std::to_string(uid), key("INBOX", uid)));
+    staged.push_back(files_.stageBody("", key("Sent", 1)));
+    staged.push_back(files_.stageBody("dropped", key("Sent", 2)));
+    EXPECT_EQ(files_.loadBody(key("INBOX", 1)), "old");
+    EXPECT_FALSE(files_.loadBody(key("INBOX", 2)));
+    staged.pop_back();
+    files_.keep(std::move(staged));
+    EXPECT_EQ(files_.loadBody(key("INBOX", 1)), "body 1");
+    EXPECT_EQ(files_.loadBody(key("INBOX", 2)), "body 2");
+    EXPECT_EQ(files_.loadBody(key("Sent", 1)), "");
+    EXPECT_EQ(filesOf(), 3U);
+    struct stat status {};
+    ASSERT_EQ(::stat(files_.fileOf(key("Sent", 1)).c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0600U);
+    files_.keep({});
+
+    // Where a file can't be put, nothing is left lying about.
+    std::filesystem::create_directories(files_.fileOf(key("INBOX", 9)));
+    staged.clear();
+    staged.push_back(files_.stageBody("x", key("INBOX", 9)));
+    EXPECT_THROW(files_.keep(std::move(staged)), FileError);
+    EXPECT_EQ(filesOf(), 3U);
+
+    // What a crash left goes at the next start, and nothing else.
+    test::writeFile(root_ / account_.text() / "incoming" / ".3.eml.abcdef", "half a bo");
+    files_.dropStaged(account_);
+    EXPECT_EQ(filesOf(), 3U);
+}
+
 TEST_F(MessageFilesTest, DeletingStopsAtItsBounds) {
     // "INBOX" and a mailbox whose encoded name goes on where that of "INBOX" ends.
     for (const char* path : {"INBOX", "INBOX2", "INB"}) {

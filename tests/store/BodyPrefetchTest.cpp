@@ -120,7 +120,14 @@ TEST_F(BodyPrefetchTest, CompletesWhatACrashLeftUndone) {
     mail_->setHasBody(mail_->message(1), false);
     mail_->setHasBody(mail_->message(2), false);
     rig().environment.files.deleteBody(BodyKey::of(mail_->message(3)));
+    const auto stored = rig().environment.files.storedBytes();
+    { // and one was still being written
+        const auto left = rig().environment.files.fileOf(BodyKey::of(mail_->message(4))).parent_path().parent_path();
+        std::filesystem::create_directories(left / "incoming");
+        writeFile(left / "incoming/.4.eml.abcdef", "half a message");
+    }
     prefetch();
+    EXPECT_EQ(rig().environment.files.storedBytes(), stored + stored / 3) << "of four bodies";
     EXPECT_EQ(held(), (UIDs{1, 2, 3, 4}));
     EXPECT_EQ(rig().index.search("walrus").size(), 4U);
     EXPECT_EQ(mail_->fetches(), fetchesBefore + 1);
