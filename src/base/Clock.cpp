@@ -2,11 +2,14 @@
 
 #include "base/UserError.h"
 
-#include <boost/asio/as_tuple.hpp>
 #include <boost/asio/experimental/awaitable_operators.hpp>
+#include <boost/asio/posix/stream_descriptor.hpp>
+#include <boost/asio/redirect_error.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/this_coro.hpp>
 #include <boost/asio/use_awaitable.hpp>
+#include <ctime>
+#include <sys/timerfd.h>
 
 namespace velmo {
 
@@ -17,12 +20,32 @@ Date SystemClock::now() const {
 }
 
 Instant SystemClock::instant() const {
-    return std::chrono::steady_clock::now();
+    timespec time{};
+    ::clock_gettime(CLOCK_BOOTTIME, &time);
+    return Instant(std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec));
 }
 
+/// The timers of Asio stand still while the machine sleeps: a night later nothing would be due, and mail would be
+/// hours old.
 Async<void> SystemClock::wait(Duration duration) {
-    asio::steady_timer timer(co_await asio::this_coro::executor, duration);
-    const auto [error] = co_await timer.async_wait(asio::as_tuple(asio::use_awaitable));
+    const auto executor = co_await asio::this_coro::executor;
+    if (duration <= Duration{0}) co_return co_await checkCancellation();
+    asio::posix::stream_descriptor timer(executor);
+    boost::system::error_code error;
+    timer.assign(::timerfd_create(CLOCK_BOOTTIME, TFD_CLOEXEC | TFD_NONBLOCK), error);
+    if (!error) {
+        const auto seconds = std::chrono::floor<std::chrono::seconds>(duration);
+        itimerspec due{};
+        due.it_value.tv_sec = seconds.count();
+        due.it_value.tv_nsec = std::chrono::nanoseconds(duration - seconds).count();
+        ::timerfd_settime(timer.native_handle(), 0, &due, nullptr);
+        co_await timer.async_wait(asio::posix::stream_descriptor::wait_read,
+                                  asio::redirect_error(asio::use_awaitable, error));
+    } else {
+        // Out of files: better late than never.
+        asio::steady_timer awake(executor, duration);
+        co_await awake.async_wait(asio::redirect_error(asio::use_awaitable, error));
+    }
     if (error) throw Cancelled();
 }
 

@@ -8,7 +8,7 @@
 
 namespace velmo {
 
-/// A moment on a clock that never jumps; only differences mean something.
+/// A moment on a clock that never jumps and goes on while the machine sleeps; only differences mean something.
 using Instant = std::chrono::time_point<std::chrono::steady_clock, std::chrono::nanoseconds>;
 
 /// Where time comes from. Everything that waits or dates takes one, so that a test decides how time passes.
@@ -23,7 +23,7 @@ class Clock {
     /// Time that never jumps, for measuring.
     virtual Instant instant() const = 0;
 
-    /// Ends after `duration`. Throws `Cancelled` when the waiting coroutine is cancelled first.
+    /// Ends after `duration`, at the end of its sleep when the machine slept over it. Throws `Cancelled` when the waiting coroutine is cancelled first.
     virtual Async<void> wait(Duration duration) = 0;
 };
 

@@ -45,6 +45,30 @@ TEST(RunOn, HopsOnceThereAndBackWithResultAndFailure) {
     });
 }
 
+TEST(SystemClock, WaitsAsLongAsItIsToldOrUntilItIsCancelled) {
+    Runtime runtime;
+    SystemClock clock;
+    runtime.run([&]() -> Async<void> {
+        for (const Duration time : {-1'000ms, 0ms, 1ms, 30ms}) {
+            const Instant start = clock.instant();
+            co_await clock.wait(time);
+            EXPECT_GE(clock.instant() - start, time);
+        }
+        // Many at once, of which one is short.
+        std::string ended;
+        co_await both(
+            [&]() -> Async<void> {
+                co_await within(clock, 20ms, [&] { return clock.wait(1h); });
+                ended += "cancelled ";
+            },
+            [&]() -> Async<void> {
+                co_await clock.wait(60ms);
+                ended += "waited";
+            });
+        EXPECT_EQ(ended, "cancelled waited");
+    });
+}
+
 TEST(RunOn, CancellationReachesTheOtherSideAndIsWaitedFor) {
     Runtime runtime;
     ManualClock clock;
