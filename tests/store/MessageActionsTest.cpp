@@ -195,18 +195,22 @@ class RandomPerson {
 
     void act() {
         const auto records = pick();
+        if (records.empty()) return rig_.finish(); // everything is on its way
         auto& actions = *rig_.actions;
         switch (random_() % 12) {
         case 0: return take(records, "Archive", [&] { actions.archive(records); });
         case 1: return take(records, allIn(records, "Junk") ? "INBOX" : "Junk", [&] { actions.moveToJunk(records); });
-        case 2: return take(records, allIn(records, "Trash") ? "" : "Trash", [&] { actions.moveToTrash(records); });
+        case 2:
+            if (allIn(records, "Trash") && !hasPlenty()) return;
+            return take(records, allIn(records, "Trash") ? "" : "Trash", [&] { actions.moveToTrash(records); });
         case 3: return take(records, "INBOX", [&] { actions.moveToInbox(records); });
         case 4: {
             const std::string path = mailboxes[random_() % std::size(mailboxes)];
             return take(records, path, [&] { actions.move(records, path); });
         }
         case 5:
-            if (random_() % 8 == 0) take({records[0]}, "", [&] { actions.deleteForever({records[0]}, "Gone"); });
+            if (random_() % 8 == 0 && hasPlenty())
+                take({records[0]}, "", [&] { actions.deleteForever({records[0]}, "Gone"); });
             return;
         case 6:
         case 7: {
@@ -252,11 +256,12 @@ class RandomPerson {
             all.insert(all.end(), shown.begin(), shown.end());
         }
         std::ranges::shuffle(all, random_);
-        if (random_() % 2 == 0)
+        if (!all.empty() && random_() % 2 == 0)
             std::erase_if(all, [path = all[0].mailboxPath](const auto& record) { return record.mailboxPath != path; });
         all.resize(std::min<std::size_t>(all.size(), 1 + random_() % 4));
         return all;
     }
+    bool hasPlenty() const { return mail_.size() > 20; }
     static bool allIn(const Records& records, const std::string& path) {
         return std::ranges::all_of(records, [&](const auto& record) { return record.mailboxPath == path; });
     }
