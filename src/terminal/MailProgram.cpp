@@ -21,7 +21,7 @@ namespace velmo {
 
 namespace {
 
-/// For another instance that is just starting, or just quitting.
+/// For another instance that is just starting or quitting, and for a command that has the mail open.
 constexpr Duration patience{5'000};
 constexpr Duration look{50};
 /// For what is under way when the person quits.
@@ -109,6 +109,19 @@ std::set<UUID> accountsOf(Application& application) {
     return identifiers;
 }
 
+Async<void> openMail(Application& application) {
+    const Instant limit = application.clock().instant() + patience;
+    for (;;) {
+        try {
+            co_await application.openMail();
+            co_return;
+        } catch (const ModelStoreError& error) {
+            if (error.kind() != ModelStoreError::Kind::inUse || application.clock().instant() >= limit) throw;
+        }
+        co_await application.clock().wait(look);
+    }
+}
+
 /// Keeps the store at what the accounts require. Until there is one, nothing is opened.
 Async<void> followAccounts(Application& application) {
     Flag changed(co_await boost::asio::this_coro::executor);
@@ -122,7 +135,7 @@ Async<void> followAccounts(Application& application) {
             continue;
         }
         known = std::move(present);
-        co_await application.openMail();
+        co_await openMail(application);
         co_await application.store().start();
     }
 }
@@ -152,7 +165,7 @@ Async<void> runApplication(const Executors& executors, Console& console) {
                          hooksOf(application));
     std::exception_ptr failure;
     try {
-        if (!application.accounts().accounts->empty()) co_await application.openMail();
+        if (!application.accounts().accounts->empty()) co_await openMail(application);
         server.start();
         log("Application").info("Velmo-Mail runs.");
         co_await followAccounts(application);

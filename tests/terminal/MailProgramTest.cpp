@@ -8,6 +8,7 @@
 #include "terminal/CommandSocket.h"
 #include "terminal/ConsoleStreams.h"
 
+#include <boost/asio/io_context.hpp>
 #include <csignal>
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -160,6 +161,20 @@ TEST_F(MailProgram, CarriesOutCommandsAsTheyAreInAProcessOfTheirOwn) {
     EXPECT_FALSE(fs::exists(socket_));
     EXPECT_EQ(watching.outcome(), (Outcome{1, "", "Velmo-Mail has quit.\n"}));
     EXPECT_EQ(velmo(commands[0]), here[0]);
+}
+
+TEST_F(MailProgram, WaitsForACommandThatHasTheMailOpen) {
+    addAccount();
+    boost::asio::io_context main;
+    auto command = ModelContainer::open(home_ / "data/Mail.sqlite", main.get_executor());
+    Program application("velmo-mail", {});
+    ASSERT_TRUE(eventually([&] { return fs::exists(home_ / "run/velmo-mail.lock"); }));
+    std::this_thread::sleep_for(300ms);
+    EXPECT_FALSE(isListening());
+    command.reset();
+    ASSERT_TRUE(eventually([&] { return isListening(); }));
+    application.signal(SIGTERM);
+    EXPECT_EQ(application.outcome().code, 0);
 }
 
 TEST_F(MailProgram, StartsAnewAfterACrashAndRunsWithoutAnAccount) {
