@@ -69,7 +69,8 @@ std::string pragmas(const DatabaseOptions& options) {
     case DatabaseOptions::Durability::full: sql += "PRAGMA synchronous=FULL;"; break;
     }
     // After a large commit the log shrinks again; 64 MiB is far beyond what a common one needs.
-    return sql + "PRAGMA journal_size_limit=67108864;PRAGMA wal_autocheckpoint=4000;PRAGMA temp_store=MEMORY;";
+    return sql + "PRAGMA journal_size_limit=67108864;PRAGMA wal_autocheckpoint=4000;PRAGMA temp_store=MEMORY;PRAGMA "
+                 "cache_size=-8000;";
 }
 
 constexpr const char* notNull(const char* data) {
@@ -280,8 +281,8 @@ std::string Database::integrityCheck() {
 
 // --- Transaction -----------------------------------------------------------------------------------------------
 
-Transaction::Transaction(Database& database) : database_(database) {
-    database_.query("BEGIN IMMEDIATE").run();
+Transaction::Transaction(Database& database, Kind kind) : database_(database) {
+    database_.query(kind == Kind::write ? "BEGIN IMMEDIATE" : "BEGIN").run();
 }
 
 Transaction::~Transaction() {

@@ -228,7 +228,11 @@ class Database {
 /// A write transaction: takes the write lock at once, and rolls back unless it was committed.
 class Transaction {
   public:
-    explicit Transaction(Database& database);
+    enum class Kind {
+        write, ///< takes the lock of the writer at once
+        read   ///< what is read is of one state, and costs one lock
+    };
+    explicit Transaction(Database& database, Kind kind = Kind::write);
     ~Transaction();
     Transaction(const Transaction&) = delete;
     Transaction& operator=(const Transaction&) = delete;

@@ -79,6 +79,7 @@ struct BodyIndex::State {
             return work();
         } catch (const sqlite::SQLiteError& error) {
             log("Mail").error("The body index refused: {}", pub(error.detail()));
+            ++refusals;
             return otherwise;
         }
     }
@@ -90,6 +91,7 @@ struct BodyIndex::State {
     std::mutex mutex; // guards what follows
     std::unique_ptr<sqlite::Database> database;
     std::int64_t version = 0;
+    std::int64_t refusals = 0;
     std::optional<Search> lastSearch;
 };
 
@@ -193,6 +195,11 @@ std::set<std::string> BodyIndex::allMessageIDs() {
 std::int64_t BodyIndex::version() const {
     const std::lock_guard guard(state_->mutex);
     return state_->version;
+}
+
+std::int64_t BodyIndex::refusals() const {
+    const std::lock_guard guard(state_->mutex);
+    return state_->refusals;
 }
 
 std::int64_t BodyIndex::fileSize() const {

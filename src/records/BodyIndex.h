@@ -50,6 +50,9 @@ class BodyIndex {
     /// Raised whenever the content changes; starts at 0.
     std::int64_t version() const;
 
+    /// Raised whenever the database refuses, so that those who filled it know that something is missing; starts at 0.
+    std::int64_t refusals() const;
+
     /// Bytes of the database files.
     std::int64_t fileSize() const;
 

@@ -2,6 +2,8 @@
 
 #include "records/StoreConnection.h"
 
+#include <algorithm>
+
 namespace velmo {
 
 namespace {
@@ -50,8 +52,10 @@ bool ListTable::hasNewerInThread(const ListedMessage& message,
     return false;
 }
 
-std::vector<std::int64_t> ListTable::idsOf(const std::vector<std::string>& messageIDs) {
+std::vector<std::int64_t> ListTable::idsOf(std::vector<std::string> messageIDs) {
     std::vector<std::int64_t> ids;
+    // Neighbours in the index are found on the same page of it.
+    std::ranges::sort(messageIDs);
     auto row = connection_.query("SELECT id FROM messages WHERE messageID = ?");
     for (const auto& messageID : messageIDs) {
         row.bind(messageID);

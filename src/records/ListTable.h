@@ -42,7 +42,7 @@ class ListTable {
     bool hasNewerInThread(const ListedMessage& message, const std::function<bool(const ListedMessage&)>& accepts);
 
     /// The messages with one of these Message-IDs.
-    std::vector<std::int64_t> idsOf(const std::vector<std::string>& messageIDs);
+    std::vector<std::int64_t> idsOf(std::vector<std::string> messageIDs);
 
   private:
     StoreConnection& connection_;

@@ -34,6 +34,13 @@ class ModelContext {
         return connection_.write(std::move(work));
     }
 
+    /// Runs `work`, which writes nothing, on one state of the store. Many small queries cost less this way, since each
+    /// of them would take a lock by itself.
+    template <class Work>
+    std::invoke_result_t<Work&> snapshot(Work work) {
+        return connection_.read(std::move(work));
+    }
+
     /// Removes all records of an account.
     void deleteAccount(const UUID& accountID);
 

@@ -96,9 +96,10 @@ CREATE INDEX labelledMessages ON messages (accountID, mailboxPath, labelsJoined,
 CREATE INDEX messagesByMessageID ON messages (messageID) WHERE messageID IS NOT NULL;
 
 -- Filled step by step behind the writer: messages up to an id are in it, and those that are deleted stay. The reader
--- looks at each hit, so neither positions nor columns are kept.
+-- looks at each hit, so positions are not kept. Columns are, though nobody asks for them: only with them does FTS5 merge
+-- the lists of a prefix many at a time, which makes common words four times as fast.
 CREATE VIRTUAL TABLE messageTexts USING fts5(fromName, fromEmail, subject, snippet, content='messages',
-    content_rowid='id', detail=none, columnsize=0, tokenize='unicode61 remove_diacritics 2');
+    content_rowid='id', detail=column, columnsize=0, tokenize='unicode61 remove_diacritics 2');
 CREATE TABLE messageTextsState (upTo INTEGER NOT NULL, entries INTEGER NOT NULL);
 INSERT INTO messageTextsState VALUES (0, 0);
 CREATE TRIGGER messageTextsChanged AFTER UPDATE OF fromName, fromEmail, subject, snippet ON messages

@@ -37,6 +37,16 @@ class StoreConnection {
         }
     }
 
+    /// Runs `work`, which only reads, on one state of the store.
+    template <class Work>
+    std::invoke_result_t<Work&> read(Work work) {
+        if (database_.isInTransaction()) return work();
+        sqlite::Transaction transaction(database_, sqlite::Transaction::Kind::read);
+        auto result = work();
+        transaction.commit();
+        return result;
+    }
+
     void noteMessages(const MailboxKey& mailbox) { changes_.mailboxes.insert(mailbox); }
     void noteMailboxList(const UUID& accountID) { changes_.mailboxLists.insert(accountID); }
     void noteLabels() { changes_.labels = true; }

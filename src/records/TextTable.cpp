@@ -49,13 +49,16 @@ bool TextTable::matches(std::int64_t id, const SearchTerms& terms, std::string& 
     return false;
 }
 
-std::optional<std::vector<std::int64_t>> TextTable::search(const SearchTerms& terms) {
+std::optional<std::vector<std::int64_t>> TextTable::search(const SearchTerms& terms, std::size_t limit) {
     const auto wanted = expression(terms);
     if (wanted.empty()) return std::nullopt;
     std::vector<std::int64_t> ids;
     auto row = connection_.query("SELECT rowid FROM messageTexts WHERE messageTexts MATCH ?");
     row.bind(wanted);
-    while (row.step()) ids.push_back(row.column<std::int64_t>(0));
+    while (row.step()) {
+        if (ids.size() == limit) return std::nullopt;
+        ids.push_back(row.column<std::int64_t>(0));
+    }
     return ids;
 }
 

@@ -26,9 +26,9 @@ class TextTable {
     /// The same; `messageID` is set to the message's own when they don't.
     bool matches(std::int64_t id, const SearchTerms& terms, std::string& messageID);
 
-    /// The indexed messages that can hold all the words; a superset, by rising id. Absent when all words are so short
-    /// that about every message holds them, and the answer would be longer than the list.
-    std::optional<std::vector<std::int64_t>> search(const SearchTerms& terms);
+    /// The indexed messages that can hold all the words; a superset, by rising id. Absent when there are more than
+    /// `limit`, or all words are so short that about every message holds them.
+    std::optional<std::vector<std::int64_t>> search(const SearchTerms& terms, std::size_t limit);
 
     /// The messages that are not in the index, newest first.
     std::vector<std::int64_t> unindexed(std::size_t limit);

@@ -35,10 +35,13 @@ Async<void> AccountPrefetch::run(MailAccount account) {
     std::exception_ptr failure;
     try {
         co_await callOn(environment_.executors.background, [&] { environment_.files.dropStaged(account.id); });
+        const auto refusals = environment_.bodyIndex.refusals();
         const Compared before = co_await compared(account.id);
         if (complete_ != before) co_await fillIndex(account.id);
         co_await fetchMissing(account.id, fetch);
-        complete_ = co_await compared(account.id);
+        const Compared after = co_await compared(account.id);
+        complete_.reset();
+        if (environment_.bodyIndex.refusals() == refusals) complete_ = after;
     } catch (...) {
         failure = std::current_exception();
     }

@@ -8,16 +8,12 @@ namespace velmo {
 
 namespace {
 
-/// A search looks at so many of the newest messages itself. A word that many messages hold fills a page with them, and
-/// an index would first have to name all the others.
-constexpr std::size_t messagesBeforeIndex = 1'500;
-
 /// How many messages a page looks at without an index, and how many places it passes with one.
 constexpr std::size_t mostLookedAt = 3'000;
 constexpr std::size_t mostPlacesPassed = 200'000;
 
-/// So many messages are looked up one by one rather than met on the way.
-constexpr std::size_t fewCandidates = 4'000;
+/// So many messages are looked up one by one. Of more, the newest are soon met on the way.
+constexpr std::size_t fewCandidates = 1'000;
 
 }
 
@@ -29,8 +25,9 @@ ListRows::ListRows(ModelContext& context, MessageListQuery query, const std::set
       search_(search),
       walk_(context.lists.walk(query_, direction)),
       direction_(direction),
-      mostPassed_(search != nullptr ? messagesBeforeIndex : mostPlacesPassed) {
+      mostPassed_(mostPlacesPassed) {
     std::ranges::sort(query_.mailboxes);
+    if (search_ != nullptr) useCandidates();
 }
 
 std::optional<MessagePlace> ListRows::next() {
@@ -40,12 +37,8 @@ std::optional<MessagePlace> ListRows::next() {
 std::optional<MessagePlace> ListRows::nextOfWalk() {
     for (;;) {
         if (passed_ == mostPassed_) {
-            if (search_ == nullptr || mostPassed_ != messagesBeforeIndex) {
-                cutAt_ = last_;
-                return std::nullopt;
-            }
-            useCandidates();
-            if (few_) return nextCandidate();
+            cutAt_ = last_;
+            return std::nullopt;
         }
         const auto place = walk_.next();
         if (!place) return std::nullopt;
@@ -56,23 +49,27 @@ std::optional<MessagePlace> ListRows::nextOfWalk() {
     }
 }
 
-/// The walk has met too few: the index says where the others are.
 void ListRows::useCandidates() {
-    mostPassed_ = mostLookedAt;
-    if (direction_ == MessageWalk::Direction::newer) return;
     const auto& candidates = search_->candidates();
-    if (!candidates) return;
-    if (candidates->size() > fewCandidates) {
-        mostPassed_ = mostPlacesPassed;
+    if (!candidates) {
+        mostPassed_ = mostLookedAt;
+    } else if (candidates->size() > fewCandidates) {
         met_ = &*candidates;
-        return;
+    } else {
+        useFew(*candidates);
     }
+}
+
+void ListRows::useFew(const std::vector<std::int64_t>& candidates) {
+    const bool isOlder = direction_ == MessageWalk::Direction::older;
+    const auto comesFirst = [isOlder](const MessagePlace& a, const MessagePlace& b) { return isOlder ? b < a : a < b; };
     auto& places = few_.emplace();
-    for (const auto id : *candidates) {
+    for (const auto id : candidates) {
         const auto message = context_.lists.find(id);
-        if (message && message->place < *last_ && belongs(*message)) places.push_back(message->place);
+        const bool isBehind = message && (!query_.after || comesFirst(*query_.after, message->place));
+        if (isBehind && belongs(*message)) places.push_back(message->place);
     }
-    std::ranges::sort(places);
+    std::ranges::sort(places, [&](const auto& a, const auto& b) { return comesFirst(b, a); });
 }
 
 std::optional<MessagePlace> ListRows::nextCandidate() {

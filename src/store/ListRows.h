@@ -31,6 +31,7 @@ class ListRows {
     std::optional<MessagePlace> nextOfWalk();
     std::optional<MessagePlace> nextCandidate();
     void useCandidates();
+    void useFew(const std::vector<std::int64_t>& candidates);
     bool belongs(const ListedMessage& message) const;
     bool isShown(std::int64_t id) const;
 
@@ -41,12 +42,12 @@ class ListRows {
     MessageWalk walk_;
     MessageWalk::Direction direction_;
     std::size_t passed_ = 0;           ///< messages that the walk has seen
-    std::size_t mostPassed_;           ///< where it is cut, or the index takes over
+    std::size_t mostPassed_;           ///< where it is cut
     std::optional<MessagePlace> last_; ///< the last one that the walk has seen
     std::optional<MessagePlace> cutAt_;
     /// The messages that the index of texts gives: all of them, by rising id, to be met on the walk ...
     const std::vector<std::int64_t>* met_ = nullptr;
-    /// ... or, when they are few, those of this list, the newest last.
+    /// ... or, when they are few, those of this list, the next one last.
     std::optional<std::vector<MessagePlace>> few_;
 };
 

@@ -10,6 +10,9 @@ namespace {
 /// at its own.
 constexpr std::size_t mostUnindexed = 3'000;
 
+/// A word that more messages hold fills a page with the newest of them, before an index would have named them all.
+constexpr std::size_t mostTexts = 6'000;
+
 }
 
 ListSearch::ListSearch(ModelContext& context, BodyIndex& bodies, std::string_view text)
@@ -30,7 +33,7 @@ const std::optional<std::vector<std::int64_t>>& ListSearch::candidates() {
     const auto unindexed = context_.texts.unindexed(mostUnindexed + 1);
     if (unindexed.size() > mostUnindexed) return candidates_;
     hasCandidates_ = true;
-    candidates_ = terms_.isEmpty() ? std::vector<std::int64_t>() : context_.texts.search(terms_);
+    candidates_ = terms_.isEmpty() ? std::vector<std::int64_t>() : context_.texts.search(terms_, mostTexts);
     if (!candidates_ || terms_.isEmpty()) return candidates_;
     auto& all = *candidates_;
     for (const auto id : context_.lists.idsOf(messageIDs_)) all.push_back(id);

@@ -127,6 +127,10 @@ MessageListQuery MessageLists::queryOf(const MessagePageRequest& request) {
 // --- Pages -----------------------------------------------------------------------------------------------------
 
 MessagePage MessageLists::page(const MessagePageRequest& request) {
+    return environment_.context.snapshot([&] { return readPage(request); });
+}
+
+MessagePage MessageLists::readPage(const MessagePageRequest& request) {
     MessagePage page;
     ListRows rows(environment_.context, queryOf(request), *status_.hidden, searchOf(request));
     std::vector<std::int64_t> ids;
@@ -142,6 +146,10 @@ MessagePage MessageLists::page(const MessagePageRequest& request) {
 }
 
 ConversationPage MessageLists::conversations(const MessagePageRequest& request) {
+    return environment_.context.snapshot([&] { return readConversations(request); });
+}
+
+ConversationPage MessageLists::readConversations(const MessagePageRequest& request) {
     ConversationPage page;
     auto& context = environment_.context;
     ListRows rows(context, queryOf(request), *status_.hidden, searchOf(request));
@@ -196,6 +204,11 @@ std::vector<MessageRecord> MessageLists::thread(const UUID& accountID, std::stri
 
 std::optional<std::int64_t> MessageLists::neighbour(const MessagePageRequest& request,
                                                     const std::set<std::int64_t>& leaving) {
+    return environment_.context.snapshot([&] { return findNeighbour(request, leaving); });
+}
+
+std::optional<std::int64_t> MessageLists::findNeighbour(const MessagePageRequest& request,
+                                                        const std::set<std::int64_t>& leaving) {
     auto query = queryOf(request);
     query.after.reset();
     const ListRows all(environment_.context, query, *status_.hidden, searchOf(request));

@@ -91,6 +91,9 @@ class MessageLists : public std::enable_shared_from_this<MessageLists> {
   private:
     std::vector<UUID> accountIDs() const;
     MessageListQuery queryOf(const MessagePageRequest& request);
+    MessagePage readPage(const MessagePageRequest& request);
+    ConversationPage readConversations(const MessagePageRequest& request);
+    std::optional<std::int64_t> findNeighbour(const MessagePageRequest& request, const std::set<std::int64_t>& leaving);
     ListSearch* searchOf(const MessagePageRequest& request);
     void indexNewMail();
     static Async<void> index(std::weak_ptr<MessageLists> weak);

@@ -39,7 +39,7 @@ class ListTableTest : public testing::Test {
     std::vector<std::int64_t> search(const char* text) {
         std::vector<std::int64_t> uids;
         const SearchTerms terms(text);
-        for (const auto id : context_->texts.search(terms).value_or(std::vector<std::int64_t>{-1})) {
+        for (const auto id : context_->texts.search(terms, 1'000).value_or(std::vector<std::int64_t>{-1})) {
             const auto found = context_->messages.find(id);
             uids.push_back(found ? found->uid : 0);
         }
@@ -164,14 +164,14 @@ TEST_F(ListTableTest, TheIndexOfTextsFollowsTheMessages) {
     EXPECT_THAT(search("σοφία"), ElementsAre(1));
     EXPECT_THAT(search("berg rel"), ElementsAre(2));
     EXPECT_THAT(search("berg AND \"rel* OR NEAR("), IsEmpty());
-    EXPECT_EQ(context_->texts.search(SearchTerms("a an")), std::nullopt);
+    EXPECT_EQ(context_->texts.search(SearchTerms("a an"), 1'000), std::nullopt);
 
     MessageChange change;
     change.snippet = "tomorrow";
-    context_->messages.change(*context_->texts.search(SearchTerms("berg"))->begin(), change);
+    context_->messages.change(*context_->texts.search(SearchTerms("berg"), 1'000)->begin(), change);
     EXPECT_THAT(search("tomorrow"), ElementsAre(2));
     change.snippet = "today";
-    context_->messages.change(*context_->texts.search(SearchTerms("berg"))->begin(), change);
+    context_->messages.change(*context_->texts.search(SearchTerms("berg"), 1'000)->begin(), change);
     EXPECT_THAT(search("tomorrow"), IsEmpty());
     EXPECT_THAT(search("today release"), ElementsAre(2));
 }
@@ -220,7 +220,7 @@ TEST_F(ListTableTest, WordsAreReadAsTheIndexReadsThem) {
         for (const auto& record : records) {
             if (context_->texts.matches(record.id, terms)) read.push_back(record.id);
         }
-        EXPECT_EQ(context_->texts.search(terms).value_or(read), read) << query;
+        EXPECT_EQ(context_->texts.search(terms, 1'000).value_or(read), read) << query;
     }
 }
 

@@ -67,6 +67,18 @@ TEST_P(Disk, ThatRefusesLosesNothing) {
     EXPECT_GE(refused, 3);
 }
 
+TEST_P(Disk, ThatRefusesTheIndexAloneLosesNoText) {
+    const StoreHome home(*servers_);
+    OpenStore store(home);
+    EXPECT_EQ(store.pass(), SyncStatus::idle());
+    {
+        const RefusingDisk disk(home.bodyIndex(), GetParam(), 0);
+        store.prefetch();
+        EXPECT_GT(disk.refusals(), 0);
+    }
+    expectComplete(store, home);
+}
+
 INSTANTIATE_TEST_SUITE_P(Errors, Disk, testing::Values(ENOSPC, EROFS));
 
 }}

@@ -142,7 +142,7 @@ long deedsDone(Deed deed) {
 
 RefusingDisk::RefusingDisk(const std::filesystem::path& directory, int error, std::int64_t room) {
     const std::lock_guard lock(diskMutex);
-    disk = Disk{directory.native() + "/", error, room, 0};
+    disk = Disk{directory.native(), error, room, 0};
     hasDisk = true;
 }
 
