@@ -174,7 +174,8 @@ TEST_F(MailProgram, WaitsForACommandThatHasTheMailOpen) {
     command.reset();
     ASSERT_TRUE(eventually([&] { return isListening(); }));
     application.signal(SIGTERM);
-    EXPECT_EQ(application.outcome().code, 0);
+    const Outcome ended = application.outcome();
+    EXPECT_EQ(ended.code, 0) << ended.err;
 }
 
 TEST_F(MailProgram, StartsAnewAfterACrashAndRunsWithoutAnAccount) {
