@@ -23,7 +23,8 @@ class Clock {
     /// Time that never jumps, for measuring.
     virtual Instant instant() const = 0;
 
-    /// Ends after `duration`, at the end of its sleep when the machine slept over it. Throws `Cancelled` when the waiting coroutine is cancelled first.
+    /// Ends after `duration`, at the end of its sleep when the machine slept over it. Throws `Cancelled` when the
+    /// waiting coroutine is cancelled first.
     virtual Async<void> wait(Duration duration) = 0;
 };
 
