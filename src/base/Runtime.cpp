@@ -16,23 +16,10 @@ namespace velmo {
 
 namespace asio = boost::asio;
 
-namespace {
-
-/// Gives up what still waits in it while it can be asked to: a coroutine that one context drops holds executors of the
-/// others, which must be there for their release.
-template <class Context>
-class Ending : public Context {
-  public:
-    using Context::Context;
-    void dropEverything() { this->shutdown(); }
-};
-
-}
-
 struct Runtime::State {
-    Ending<asio::io_context> main;
-    Ending<asio::io_context> io;
-    Ending<asio::thread_pool> background{2};
+    asio::io_context main;
+    asio::io_context io;
+    asio::thread_pool background{2};
     asio::executor_work_guard<asio::io_context::executor_type> ioWork{io.get_executor()};
     asio::cancellation_signal signal;
     asio::signal_set signals{io};
@@ -53,9 +40,6 @@ Runtime::~Runtime() {
     state_->background.stop();
     state_->ioThread.join();
     state_->background.join();
-    state_->main.dropEverything();
-    state_->io.dropEverything();
-    state_->background.dropEverything();
 }
 
 const Executors& Runtime::executors() const {
