@@ -1,5 +1,9 @@
 #include "base/Runtime.h"
 
+#include "base/Outermost.h"
+
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <boost/asio/bind_cancellation_slot.hpp>
 #include <boost/asio/cancellation_signal.hpp>
@@ -9,6 +13,7 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/signal_set.hpp>
 #include <boost/asio/thread_pool.hpp>
+#include <chrono>
 #include <csignal>
 #include <thread>
 
@@ -16,7 +21,17 @@ namespace velmo {
 
 namespace asio = boost::asio;
 
+namespace {
+
+/// What has not ended by then after it was asked to is broken.
+constexpr auto endingTime = std::chrono::seconds(30);
+
+}
+
 struct Runtime::State {
+    /// Lets every task end; false when one doesn't.
+    bool endTasks();
+
     asio::io_context main;
     asio::io_context io;
     asio::thread_pool background{2};
@@ -36,10 +51,26 @@ Runtime::Runtime() : state_(std::make_unique<State>()) {
 }
 
 Runtime::~Runtime() {
+    const bool haveEnded = state_->endTasks();
     state_->io.stop();
     state_->background.stop();
     state_->ioThread.join();
     state_->background.join();
+    // A frame may hold executors of each context, so none of them can go before it.
+    if (!haveEnded) static_cast<void>(state_.release());
+}
+
+bool Runtime::State::endTasks() {
+    const std::array executorsOfAll{executors.main, executors.io, executors.background};
+    const auto work = asio::make_work_guard(main);
+    const auto limit = std::chrono::steady_clock::now() + endingTime;
+    const auto isAnyHere = [](const Executor& each) { return detail::OutermostCoroutines::of(each).cancelAll(); };
+    while (std::ranges::count_if(executorsOfAll, isAnyHere) > 0) {
+        if (std::chrono::steady_clock::now() > limit) return false;
+        main.restart();
+        main.run_one_for(std::chrono::milliseconds(1));
+    }
+    return true;
 }
 
 const Executors& Runtime::executors() const {

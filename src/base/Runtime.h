@@ -7,8 +7,8 @@
 namespace velmo {
 
 /// The threads of a program without a window: the main executor runs on the thread that calls `run`, sockets on one
-/// thread (two would hand each connection back and forth), CPU work on two. Dropping it stops all of them; coroutines
-/// that are still waiting are destroyed.
+/// thread (two would hand each connection back and forth), CPU work on two. Dropping it cancels every task that still
+/// runs, and waits for its end.
 class Runtime {
   public:
     Runtime();

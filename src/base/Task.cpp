@@ -1,5 +1,6 @@
 #include "base/Task.h"
 
+#include "base/Outermost.h"
 #include "base/UserError.h"
 
 #include <atomic>
@@ -22,6 +23,12 @@ struct Task::State {
     explicit State(const Executor& executor)
         : strand(asio::make_strand(executor)), ended(strand, asio::steady_timer::time_point::max()) {}
 
+    static void cancel(const std::shared_ptr<State>& state) {
+        asio::post(state->strand, [state] {
+            if (!state->isFinished) state->signal.emit(asio::cancellation_type::terminal);
+        });
+    }
+
     asio::strand<Executor> strand;
     asio::cancellation_signal signal;
     asio::steady_timer ended;
@@ -31,14 +38,19 @@ struct Task::State {
 
 Task::Task(const Executor& executor, std::move_only_function<Async<void>()> body)
     : state_(std::make_shared<State>(executor)) {
-    asio::post(state_->strand, [state = state_, body = std::move(body)]() mutable {
+    auto cancelled = [weak = std::weak_ptr(state_)] {
+        if (const auto state = weak.lock()) State::cancel(state);
+    };
+    auto place = detail::OutermostCoroutines::of(executor).enter(std::move(cancelled));
+    asio::post(state_->strand, [state = state_, place = std::move(place), body = std::move(body)]() mutable {
         auto guard = [body = std::move(body)]() mutable { return detail::guarded(std::move(body)); };
+        auto ended = [state, place = std::move(place)](std::exception_ptr error) {
+            if (!isCancellation(error)) state->failure = error;
+            state->isFinished = true;
+            state->ended.expires_at(asio::steady_timer::time_point::min());
+        };
         asio::co_spawn(state->strand, std::move(guard),
-                       asio::bind_cancellation_slot(state->signal.slot(), [state](std::exception_ptr error) {
-                           if (!isCancellation(error)) state->failure = error;
-                           state->isFinished = true;
-                           state->ended.expires_at(asio::steady_timer::time_point::min());
-                       }));
+                       asio::bind_cancellation_slot(state->signal.slot(), std::move(ended)));
     });
 }
 
@@ -55,10 +67,7 @@ Task::~Task() {
 }
 
 void Task::cancel() {
-    if (!state_ || state_->isFinished) return;
-    asio::post(state_->strand, [state = state_] {
-        if (!state->isFinished) state->signal.emit(asio::cancellation_type::terminal);
-    });
+    if (state_ && !state_->isFinished) State::cancel(state_);
 }
 
 bool Task::isFinished() const {

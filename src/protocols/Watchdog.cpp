@@ -1,11 +1,12 @@
 #include "protocols/Watchdog.h"
 
+#include "base/Outermost.h"
 #include "base/UserError.h"
 
 #include <boost/asio/bind_cancellation_slot.hpp>
 #include <boost/asio/cancellation_signal.hpp>
 #include <boost/asio/co_spawn.hpp>
-#include <boost/asio/detached.hpp>
+#include <boost/asio/post.hpp>
 #include <boost/asio/this_coro.hpp>
 #include <utility>
 
@@ -31,8 +32,14 @@ void Watchdog::arm(Duration limit) {
         return;
     }
     isWatching_ = true;
+    auto stopped = [weak = weak_from_this(), executor = executor_] {
+        asio::post(executor, [weak] {
+            if (const auto self = weak.lock()) self->stop();
+        });
+    };
     auto body = [self = shared_from_this()]() -> Async<void> { co_await self->watch(); };
-    asio::co_spawn(executor_, std::move(body), asio::bind_cancellation_slot(wake_->slot(), asio::detached));
+    auto ended = [place = detail::OutermostCoroutines::of(executor_).enter(std::move(stopped))](std::exception_ptr) {};
+    asio::co_spawn(executor_, std::move(body), asio::bind_cancellation_slot(wake_->slot(), std::move(ended)));
 }
 
 bool Watchdog::disarm() {

@@ -1,7 +1,5 @@
 #include "store/AccountEngines.h"
 
-#include <boost/asio/co_spawn.hpp>
-#include <boost/asio/detached.hpp>
 #include <utility>
 
 namespace velmo {
@@ -10,6 +8,11 @@ std::shared_ptr<SyncEngine> AccountEngines::engine(const MailAccount& account) {
     auto& held = engines_[account.id];
     if (!held) held = makeEngine(account);
     return held;
+}
+
+std::shared_ptr<SyncEngine> AccountEngines::engineOf(const UUID& accountID) {
+    const auto account = environment_.account(accountID);
+    return account ? engine(*account) : nullptr;
 }
 
 std::shared_ptr<SyncEngine> AccountEngines::makeEngine(const MailAccount& account) {
@@ -24,12 +27,15 @@ std::shared_ptr<SyncEngine> AccountEngines::makeEngine(const MailAccount& accoun
 void AccountEngines::remove(const UUID& accountID) {
     const auto held = engines_.extract(accountID);
     if (!held) return;
+    std::erase_if(closing_, [](const Task& task) { return task.isFinished(); });
     auto close = [engine = held.mapped()]() -> Async<void> { co_await engine->disconnect(); };
-    boost::asio::co_spawn(environment_.executors.io, std::move(close), boost::asio::detached);
+    closing_.emplace_back(environment_.executors.io, std::move(close));
 }
 
 Async<void> AccountEngines::disconnectAll() {
     for (const auto& [id, engine] : std::exchange(engines_, {})) co_await engine->disconnect();
+    auto closing = std::exchange(closing_, {});
+    for (Task& task : closing) co_await task.finished();
 }
 
 }

@@ -1,11 +1,13 @@
 #pragma once
 
 #include "accounts/MailAccount.h"
+#include "base/Task.h"
 #include "store/StoreEnvironment.h"
 #include "sync/SyncEngine.h"
 
 #include <map>
 #include <memory>
+#include <vector>
 
 namespace velmo {
 
@@ -17,6 +19,9 @@ class AccountEngines {
 
     /// The engine of an account, made at its first use and never replaced while the account exists.
     std::shared_ptr<SyncEngine> engine(const MailAccount& account);
+
+    /// The same by its ID; null when the account is gone.
+    std::shared_ptr<SyncEngine> engineOf(const UUID& accountID);
 
     /// A further engine of the account, with sessions of its own, for work beside the others. Its owner disconnects it.
     std::shared_ptr<SyncEngine> makeEngine(const MailAccount& account);
@@ -30,6 +35,7 @@ class AccountEngines {
   private:
     StoreEnvironment& environment_;
     std::map<UUID, std::shared_ptr<SyncEngine>> engines_;
+    std::vector<Task> closing_; ///< engines of removed accounts
 };
 
 }

@@ -153,10 +153,9 @@ Async<void> BodyStore::download(const MessageRecord& record, Loaded& loaded) {
 
 Async<Bytes> BodyStore::fetch(const MessageRecord& record) {
     if (environment_.isShowingSamples) co_return sample(record);
-    const auto account = environment_.account(record.accountID);
-    if (!account) throw AccountGone();
+    const auto engine = engines_.engineOf(record.accountID);
+    if (!engine) throw AccountGone();
     const Instant start = environment_.clock->instant();
-    const auto engine = engines_.engine(*account);
     auto source = co_await engine->fetchRawMessage(record.mailboxPath, record.uidValidity,
                                                    static_cast<std::uint32_t>(record.uid));
     logDuration("body downloaded", *environment_.clock, start);

@@ -13,12 +13,8 @@ void Departures::begin(const std::vector<Departure>& departures) {
 
 Async<void> Departures::run(std::weak_ptr<Departures> weak, Departure departure) {
     std::shared_ptr<SyncEngine> engine;
-    if (const auto self = weak.lock()) {
-        const auto account = self->environment_.account(departure.group.mailbox.accountID);
-        if (account) engine = self->engines_.engine(*account);
-    }
-    CommandOutcome outcome;
-    outcome.failure = std::make_exception_ptr(Cancelled());
+    if (const auto self = weak.lock()) engine = self->engines_.engineOf(departure.group.mailbox.accountID);
+    CommandOutcome outcome = CommandOutcome::cancelled();
     if (engine) {
         auto command = departure.destination ? moveOnServer(engine, departure.group, *departure.destination)
                                              : deleteOnServer(engine, departure.group);

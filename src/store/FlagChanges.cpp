@@ -66,12 +66,8 @@ void FlagChanges::send(Sent sent) {
 
 Async<void> FlagChanges::run(std::weak_ptr<FlagChanges> weak, Sent sent) {
     std::shared_ptr<SyncEngine> engine;
-    if (const auto self = weak.lock()) {
-        const auto account = self->environment_.account(sent.group.mailbox.accountID);
-        if (account) engine = self->engines_.engine(*account);
-    }
-    CommandOutcome outcome;
-    outcome.failure = std::make_exception_ptr(Cancelled());
+    if (const auto self = weak.lock()) engine = self->engines_.engineOf(sent.group.mailbox.accountID);
+    CommandOutcome outcome = CommandOutcome::cancelled();
     if (engine) {
         auto command = setFlagOnServer(engine, sent.group, sent.change, nameOf(sent.flag));
         outcome = co_await std::move(command);

@@ -161,6 +161,7 @@ Async<void> MailStore::stop() {
     for (const auto& [id, loop] : loops_) all.push_back(id);
     for (const auto& id : all) co_await endLoop(id);
     co_await prefetch_->cancelAll();
+    co_await lists_->stopIndexing();
     for (Task& task : background_) task.cancel();
     for (Task& task : background_) co_await task.finished();
     co_await actions_->finished();

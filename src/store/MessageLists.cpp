@@ -245,6 +245,12 @@ void MessageLists::startIndexing() {
     if (!std::exchange(isIndexing_, true)) indexNewMail();
 }
 
+Async<void> MessageLists::stopIndexing() {
+    isIndexing_ = false;
+    indexing_.cancel();
+    co_await indexing_.finished();
+}
+
 void MessageLists::indexNewMail() {
     hasNewMail_ = true;
     if (!indexing_.isFinished()) return;

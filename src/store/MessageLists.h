@@ -88,6 +88,9 @@ class MessageLists : public std::enable_shared_from_this<MessageLists> {
     /// that is not yet so far is found all the same, only by more pages that are cut.
     void startIndexing();
 
+    /// Ends that, and waits for the step that runs.
+    Async<void> stopIndexing();
+
   private:
     std::vector<UUID> accountIDs() const;
     MessageListQuery queryOf(const MessagePageRequest& request);

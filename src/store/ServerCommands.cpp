@@ -87,6 +87,12 @@ class Command {
 
 }
 
+CommandOutcome CommandOutcome::cancelled() {
+    CommandOutcome outcome;
+    outcome.failure = std::make_exception_ptr(Cancelled());
+    return outcome;
+}
+
 RenumberedMailbox::RenumberedMailbox()
     : UserError(tr("The folder has changed on the server, so that the messages couldn't be told apart. "
                    "Please try again.")) {}

@@ -16,6 +16,9 @@ struct CommandOutcome {
     std::exception_ptr failure; ///< absent: the server has done it
     /// The command had been sent when it failed: all of it, some or nothing may have happened.
     bool isUncertain = false;
+
+    /// Nothing was sent.
+    static CommandOutcome cancelled();
 };
 
 /// The messages may have other numbers by now, so that nothing can be said about them.

@@ -172,6 +172,39 @@ TEST(Cancellation, CanBeHeldOffToFinishWhatMustNotBeCut) {
     EXPECT_TRUE(noticed);
 }
 
+TEST(Runtime, EndsEveryTaskBeforeItGoes) {
+    constexpr int rounds = 20;
+    ManualClock clock;
+    std::atomic<int> ended = 0;
+    for (int round = 0; round < rounds; ++round) {
+        Runtime runtime;
+        const Executors executors = runtime.executors();
+        // Each waits on another executor than its own.
+        const auto deep = [executors, &clock, &ended]() -> Async<void> {
+            try {
+                co_await runOn(executors.background, [&executors, &clock]() -> Async<void> {
+                    co_await runOn(executors.io, [&clock]() -> Async<void> { co_await clock.wait(1h); });
+                });
+            } catch (...) {
+                ++ended;
+                throw;
+            }
+        };
+        const Task onMain(executors.main, deep), onIO(executors.io, deep), onBackground(executors.background, deep);
+        if (round % 2 == 0) runtime.run([&]() -> Async<void> { co_await until([&] { return clock.waiting() == 3; }); });
+        // One that is about its last work, and begins another then.
+        auto stubborn = std::make_shared<Task>();
+        *stubborn = Task(executors.io, [stubborn, executors, deep]() -> Async<void> {
+            co_await ignoreCancellation();
+            SystemClock real;
+            co_await real.wait(5ms);
+            *stubborn = Task(executors.main, deep);
+        });
+    }
+    EXPECT_EQ(clock.waiting(), 0U);
+    EXPECT_GE(ended, rounds / 2 * 3);
+}
+
 TEST(Clocks, ManualTimeWakesTheEarliestFirst) {
     Runtime runtime;
     ManualClock clock;

@@ -5,6 +5,7 @@
 #include "base/Task.h"
 #include "base/UserError.h"
 #include "protocols/IMAPClient.h"
+#include "support/Eventually.h"
 #include "support/ScriptedServer.h"
 
 #include <chrono>
@@ -12,7 +13,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <thread>
 
 namespace velmo::test {
 
@@ -52,17 +52,6 @@ inline std::string signInScript(const std::string& capabilities = "") {
 
 inline ScriptedServer::Options tlsServer(Cut cut = {}) {
     return {ScriptedServer::Security::tls, cut};
-}
-
-/// Waits for another thread, without sleeping.
-template <class Condition>
-bool eventually(Condition condition) {
-    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > limit) return false;
-        std::this_thread::yield();
-    }
-    return true;
 }
 
 }

@@ -4,7 +4,7 @@
 #include "base/Task.h"
 #include "protocols/IMAPClient.h"
 #include "records/ModelContext.h"
-#include "support/MailServers.h"
+#include "support/ServerTest.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -44,10 +44,9 @@ const Lack lacks[]{
 };
 
 /// A mirror of Alice's account, and another client of hers.
-class RealServer : public testing::TestWithParam<std::tuple<Lack, ServerConfig::Security>> {
+class RealServer : public test::WithServers<testing::TestWithParam<std::tuple<Lack, ServerConfig::Security>>> {
   protected:
-    void SetUp() override {
-        if (const auto obstacle = MailServers::obstacle()) GTEST_SKIP() << *obstacle;
+    void prepare() override {
         servers_.emplace(std::get<Lack>(GetParam()).capability, MailServers::RawLog::yes);
         const auto server = servers_->imap(std::get<ServerConfig::Security>(GetParam()));
         const auto credential =

@@ -1,6 +1,7 @@
 #include "store/BodyPrefetch.h"
 
 #include "store/BodyRig.h"
+#include "support/ServerTest.h"
 
 #include <gtest/gtest.h>
 
@@ -15,10 +16,9 @@ std::string messageOf(int day, std::size_t size = 0) {
     return message;
 }
 
-class BodyPrefetchTest : public testing::Test {
+class BodyPrefetchTest : public WithServers<> {
   protected:
-    void SetUp() override {
-        if (const auto obstacle = MailServers::obstacle()) GTEST_SKIP() << *obstacle;
+    void prepare() override {
         mail_.emplace();
         downloads_ = std::make_shared<BodyDownloads>(rig().runtime.executors().main);
         restart();

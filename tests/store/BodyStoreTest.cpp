@@ -3,6 +3,7 @@
 #include "store/AccountGone.h"
 #include "store/BodyRig.h"
 #include "store/SampleMail.h"
+#include "support/ServerTest.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,10 +15,9 @@ std::string messageOf(int number, const std::string& text) {
            "@x>\r\nSubject: s\r\nDate: Thu, 5 Mar 2026 10:00:00 +0000\r\n\r\n" + text + "\r\n";
 }
 
-class BodyStoreTest : public testing::Test {
+class BodyStoreTest : public WithServers<> {
   protected:
-    void SetUp() override {
-        if (const auto obstacle = MailServers::obstacle()) GTEST_SKIP() << *obstacle;
+    void prepare() override {
         mail_.emplace();
         for (int i = 1; i <= 3; ++i) mail_->servers.deliver(messageOf(i, "walrus" + std::to_string(i)));
         mail_->pass();

@@ -3,6 +3,7 @@
 
 #include "store/MailView.h"
 #include "store/SystemFaults.h"
+#include "support/ServerTest.h"
 
 #include <cerrno>
 #include <gmock/gmock.h>
@@ -13,10 +14,9 @@ namespace velmo::test { namespace {
 constexpr int messageCount = 8;
 
 /// The parameter is the error of the disk.
-class Disk : public testing::TestWithParam<int> {
+class Disk : public WithServers<testing::TestWithParam<int>> {
   protected:
-    void SetUp() override {
-        if (const auto obstacle = MailServers::obstacle()) GTEST_SKIP() << *obstacle;
+    void prepare() override {
         servers_.emplace();
         servers_->fill(messageCount);
         Runtime runtime;

@@ -5,6 +5,7 @@
 #include "store/MessageActions.h"
 #include "store/StoreRig.h"
 #include "support/FaultProxy.h"
+#include "support/ServerTest.h"
 
 #include <gtest/gtest.h>
 
@@ -16,10 +17,9 @@ using Direction = FaultProxy::Fault::Direction;
 constexpr int messageCount = 12;
 
 /// An account behind a line that can fail, and the same account seen directly.
-class FaultyLine : public testing::TestWithParam<Kind> {
+class FaultyLine : public WithServers<testing::TestWithParam<Kind>> {
   protected:
-    void SetUp() override {
-        if (const auto obstacle = MailServers::obstacle()) GTEST_SKIP() << *obstacle;
+    void prepare() override {
         servers.emplace();
         servers->fill(messageCount);
         direct = servers->imap(ServerConfig::Security::tls);

@@ -5,6 +5,7 @@
 #include "store/StoreHome.h"
 #include "store/SyncLoop.h"
 #include "support/ScriptedServer.h"
+#include "support/ServerTest.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -119,8 +120,9 @@ TEST_P(HostileServer, IsTriedAtGrowingIntervalsAndHoldsUpNoEnd) {
 INSTANTIATE_TEST_SUITE_P(Kinds, HostileServer, testing::ValuesIn(hostile),
                          [](const auto& one) { return std::string(one.param.name); });
 
-TEST(HostileServers, AreNoTroubleOfOtherAccounts) {
-    if (const auto obstacle = MailServers::obstacle()) GTEST_SKIP() << *obstacle;
+using HostileServers = WithServers<>;
+
+TEST_F(HostileServers, AreNoTroubleOfOtherAccounts) {
     const ScriptedServer server("PAUSE"); // which never comes to the handshake
     const MailAccount bad =
         StoreHome::accountAt(ServerConfig("127.0.0.1", server.port(), ServerConfig::Security::tls), "mallory");

@@ -4,6 +4,7 @@
 
 #include "store/MailView.h"
 #include "store/SystemFaults.h"
+#include "support/ServerTest.h"
 
 #include <algorithm>
 #include <csignal>
@@ -22,13 +23,9 @@ constexpr Deed allDeeds[]{Deed::commit, Deed::rename, Deed::removal, Deed::fileW
 /// Of writes there are too many to die at each.
 constexpr long sampledDeaths = 4;
 
-class KillTest : public testing::Test {
+class KillTest : public WithServers<> {
   protected:
     using Work = std::function<void(OpenStore&)>;
-
-    void SetUp() override {
-        if (const auto obstacle = MailServers::obstacle()) GTEST_SKIP() << *obstacle;
-    }
 
     void start(const std::string& without = {}) {
         servers_.emplace(without);

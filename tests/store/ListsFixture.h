@@ -29,11 +29,8 @@ class ListsFixture : public testing::Test {
         addMailbox(inbox2, MailboxRole::inbox);
     }
 
-    /// What works in the background for the lists gets its time to end.
     ~ListsFixture() override {
-        lists.reset();
-        int turns = 0;
-        rig_.eventually([&turns] { return ++turns > 20; });
+        rig_.run([this]() -> Async<void> { co_await lists->stopIndexing(); });
     }
 
     void addMailbox(const MailboxKey& key, MailboxRole role) {

@@ -6,13 +6,13 @@
 #include "base/Runtime.h"
 #include "platform/Keychain.h"
 #include "support/FaultProxy.h"
-#include "support/MailServers.h"
+#include "support/Eventually.h"
+#include "support/ServerTest.h"
 #include "support/TemporaryDirectory.h"
 
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <thread>
 
 namespace velmo::test { namespace {
 
@@ -28,10 +28,9 @@ struct Follower final : MailService {
     int starts = 0, checks = 0, removals = 0;
 };
 
-class MailStoreTest : public testing::Test {
+class MailStoreTest : public WithServers<> {
   protected:
-    void SetUp() override {
-        if (const auto obstacle = MailServers::obstacle()) GTEST_SKIP() << *obstacle;
+    void prepare() override {
         servers_.emplace("", MailServers::RawLog::yes);
         servers_->fill(3);
         auto container = ModelContainer::open(directory_ / "Mail.sqlite", runtime_.executors().main);
@@ -52,14 +51,7 @@ class MailStoreTest : public testing::Test {
         runtime_.run(std::move(operation));
     }
 
-    bool eventually(const std::function<bool()>& condition) {
-        for (int i = 0; i < 4000; ++i) {
-            run([]() -> Async<void> { co_return; });
-            if (condition()) return true;
-            std::this_thread::sleep_for(5ms);
-        }
-        return false;
-    }
+    bool eventually(const std::function<bool()>& condition) { return test::eventually(runtime_, condition); }
 
     /// Alice's account, at the server itself or at something in front of it.
     MailAccount add(const ServerConfig& server) {

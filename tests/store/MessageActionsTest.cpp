@@ -2,6 +2,7 @@
 
 #include "store/ActionsRig.h"
 #include "store/MessageGroups.h"
+#include "support/ServerTest.h"
 
 #include <cstdlib>
 #include <fmt/format.h>
@@ -30,10 +31,9 @@ struct Known {
 using Mail = std::map<std::string, Known>; ///< by Message-ID
 
 /// Alice's account, with and without what makes moving safe and quick; the parameter is what the server lacks.
-class Actions : public testing::TestWithParam<const char*> {
+class Actions : public WithServers<testing::TestWithParam<const char*>> {
   protected:
-    void SetUp() override {
-        if (const auto obstacle = MailServers::obstacle()) GTEST_SKIP() << *obstacle;
+    void prepare() override {
         servers_.emplace(GetParam(), MailServers::RawLog::yes);
         servers_->fill(40);
         rig_.emplace(*servers_);

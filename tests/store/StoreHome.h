@@ -4,15 +4,14 @@
 #include "platform/Keychain.h"
 #include "platform/Settings.h"
 #include "store/MailStore.h"
+#include "support/Eventually.h"
 #include "support/MailServers.h"
 #include "support/TemporaryDirectory.h"
 
-#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace velmo::test {
@@ -86,16 +85,8 @@ class OpenStore {
         return runtime.run(std::move(operation));
     }
 
-    /// Runs the main executor until the condition holds, or many seconds have passed.
-    bool eventually(const std::function<bool()>& condition) {
-        const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-        for (;;) {
-            runtime.run([]() -> Async<void> { co_return; });
-            if (condition()) return true;
-            if (std::chrono::steady_clock::now() > limit) return false;
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-    }
+    /// Runs the main executor until the condition holds, or a minute has passed.
+    bool eventually(const std::function<bool()>& condition) { return test::eventually(runtime, condition); }
 
     /// A pass over the account; gives how it ended.
     SyncStatus pass() {

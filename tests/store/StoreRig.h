@@ -7,14 +7,13 @@
 #include "protocols/IMAPClient.h"
 #include "records/ModelContext.h"
 #include "store/AccountSync.h"
+#include "support/Eventually.h"
 #include "support/MailServers.h"
 #include "support/TemporaryDirectory.h"
 
-#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
-#include <thread>
 
 namespace velmo::test {
 
@@ -57,15 +56,8 @@ class StoreRig {
         return runtime.run(std::move(operation));
     }
 
-    /// Runs the main executor until the condition holds, or some seconds have passed.
-    bool eventually(const std::function<bool()>& condition) {
-        for (int i = 0; i < 2000; ++i) {
-            runtime.run([]() -> Async<void> { co_return; });
-            if (condition()) return true;
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
-        return false;
-    }
+    /// Runs the main executor until the condition holds, or a minute has passed.
+    bool eventually(const std::function<bool()>& condition) { return test::eventually(runtime, condition); }
 
     std::vector<MessageRecord> held(const std::string& path, std::size_t limit = 1000) {
         std::vector<MailboxKey> keys{MailboxKey{account.id, path}};

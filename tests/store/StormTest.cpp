@@ -4,6 +4,7 @@
 #include "base/ManualClock.h"
 #include "store/MailView.h"
 #include "support/FaultProxy.h"
+#include "support/ServerTest.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -109,10 +110,9 @@ class OtherClient {
     int appended_ = 0;
 };
 
-class Storm : public testing::TestWithParam<const char*> {
+class Storm : public WithServers<testing::TestWithParam<const char*>> {
   protected:
-    void SetUp() override {
-        if (const auto obstacle = MailServers::obstacle()) GTEST_SKIP() << *obstacle;
+    void prepare() override {
         servers_.emplace(GetParam());
         servers_->fill(20);
         servers_->fill(renumbered, 5, 2);

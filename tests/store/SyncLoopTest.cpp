@@ -3,6 +3,7 @@
 #include "base/Task.h"
 #include "store/StoreRig.h"
 #include "support/ScriptedServer.h"
+#include "support/ServerTest.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -92,10 +93,9 @@ TEST(SyncLoop, PassesAgainEveryTenMinutesWithoutAnInbox) {
     ASSERT_TRUE(loop.waits(600s));
 }
 
-class RealLoop : public testing::Test {
+class RealLoop : public WithServers<> {
   protected:
-    void SetUp() override {
-        if (const auto obstacle = MailServers::obstacle()) GTEST_SKIP() << *obstacle;
+    void prepare() override {
         servers.emplace();
         servers->fill(5);
         loop.emplace(servers->imap(ServerConfig::Security::tls), servers->value("ALICE_USER"),

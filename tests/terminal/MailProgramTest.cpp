@@ -4,6 +4,7 @@
 #include "base/Runtime.h"
 #include "store/SampleMail.h"
 #include "support/EnvironmentGuard.h"
+#include "support/Eventually.h"
 #include "support/TemporaryDirectory.h"
 #include "terminal/CommandSocket.h"
 #include "terminal/ConsoleStreams.h"
@@ -24,17 +25,9 @@ namespace velmo { namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using nlohmann::json;
+using test::eventually;
 using test::Outcome;
 using testing::HasSubstr;
-
-bool eventually(const std::function<bool()>& condition) {
-    const auto limit = std::chrono::steady_clock::now() + 20s;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > limit) return false;
-        std::this_thread::sleep_for(2ms);
-    }
-    return true;
-}
 
 /// One of the built programs; it is killed when the test is through with it.
 class Program {
