@@ -18,6 +18,7 @@ namespace velmo {
 namespace {
 
 using Records = MessageActions::Records;
+using Taken = MessageActions::Taken;
 
 using Destinations = std::map<UUID, Destination>;
 
@@ -59,12 +60,15 @@ struct MessageActions::State {
     Records movable(const Records& records);
     /// The samples, and those of accounts that have a server.
     Records flaggable(Records records) const;
+    Taken refuse(const std::string& sentence) const;
+    Taken setFlag(const Records& records, FlagChanges::Flag flag, FlagChanges::Change change);
+    bool bannerOffersAnotherUndo() const;
 
     std::optional<std::string> pathOf(MailboxRole role, const UUID& accountID);
     std::optional<MailboxRecord> mailboxAt(const std::string& path, const UUID& accountID);
     Destinations destinationsFor(const Records& records, const std::string& path);
     static Records leaversOf(Records records, const Destinations& destinations);
-    void takeOut(const Records& records, Destinations destinations, const std::string& title);
+    Taken takeOut(const Records& records, Destinations destinations, const std::string& title);
     static std::vector<Departure> departures(const Records& records, const Destinations& destinations);
 
     StoreEnvironment& environment;
@@ -102,6 +106,11 @@ Records MessageActions::State::flaggable(Records records) const {
     if (environment.isShowingSamples) return records;
     std::erase_if(records, [&](const auto& record) { return !environment.account(record.accountID); });
     return records;
+}
+
+Taken MessageActions::State::refuse(const std::string& sentence) const {
+    status.showError(sentence);
+    return {};
 }
 
 std::optional<std::string> MessageActions::State::pathOf(MailboxRole role, const UUID& accountID) {
@@ -146,8 +155,8 @@ std::vector<Departure> MessageActions::State::departures(const Records& records,
 }
 
 /// With time to undo. `records` are leavers.
-void MessageActions::State::takeOut(const Records& records, Destinations destinations, const std::string& title) {
-    if (records.empty()) return;
+Taken MessageActions::State::takeOut(const Records& records, Destinations destinations, const std::string& title) {
+    if (records.empty()) return {};
     // The one before begins first, so that commands keep the order of the actions.
     pending->commit();
     const auto ids = idsOf(records);
@@ -161,37 +170,39 @@ void MessageActions::State::takeOut(const Records& records, Destinations destina
         if (const auto self = weak.lock()) self->putBack(ids);
     };
     pending->begin(title, std::move(step));
+    return ids;
 }
 
 // --- The actions -------------------------------------------------------------------------------------------------
 
-void MessageActions::archive(const Records& records) {
+Taken MessageActions::archive(const Records& records) {
     const auto movable = state_->movable(records);
     Destinations destinations;
     for (const auto& [accountID, group] : byAccount(movable)) {
         auto path = state_->pathOf(MailboxRole::archive, accountID);
         if (!path) path = state_->pathOf(MailboxRole::all, accountID);
-        if (!path) return state_->status.showError(tr("This account has no Archive folder."));
+        if (!path) return state_->refuse(tr("This account has no Archive folder."));
         destinations[accountID] = path;
     }
     const auto leavers = State::leaversOf(movable, destinations);
-    state_->takeOut(leavers, destinations, trCount("Archived", "Archived {} messages", leavers.size()));
+    return state_->takeOut(leavers, destinations, trCount("Archived", "Archived {} messages", leavers.size()));
 }
 
-void MessageActions::moveToJunk(const Records& records) {
+Taken MessageActions::moveToJunk(const Records& records) {
     const auto movable = state_->movable(records);
     Destinations destinations;
     for (const auto& [accountID, group] : byAccount(movable)) {
         const auto path = state_->pathOf(MailboxRole::junk, accountID);
-        if (!path) return state_->status.showError(tr("This account has no Junk folder."));
+        if (!path) return state_->refuse(tr("This account has no Junk folder."));
         destinations[accountID] = path;
     }
     const auto leavers = State::leaversOf(movable, destinations);
     if (leavers.empty()) return moveToInbox(movable);
-    state_->takeOut(leavers, destinations, trCount("Moved to Junk", "Moved {} messages to Junk", leavers.size()));
+    return state_->takeOut(leavers, destinations,
+                           trCount("Moved to Junk", "Moved {} messages to Junk", leavers.size()));
 }
 
-void MessageActions::moveToTrash(const Records& records) {
+Taken MessageActions::moveToTrash(const Records& records) {
     const auto movable = state_->movable(records);
     Destinations destinations;
     bool deletes = false;
@@ -202,31 +213,32 @@ void MessageActions::moveToTrash(const Records& records) {
         destinations[accountID] = path;
     }
     const auto leavers = State::leaversOf(movable, destinations);
-    state_->takeOut(leavers, destinations,
-                    deletes ? deletedTitle(leavers.size())
-                            : trCount("Moved to Trash", "Moved {} messages to Trash", leavers.size()));
+    return state_->takeOut(leavers, destinations,
+                           deletes ? deletedTitle(leavers.size())
+                                   : trCount("Moved to Trash", "Moved {} messages to Trash", leavers.size()));
 }
 
-void MessageActions::moveToInbox(const Records& records) {
+Taken MessageActions::moveToInbox(const Records& records) {
     const auto movable = state_->movable(records);
     if (state_->hooks.unsnooze && !movable.empty()) state_->hooks.unsnooze(movable);
     Destinations destinations;
     for (const auto& [accountID, group] : byAccount(movable)) {
         if (const auto path = state_->pathOf(MailboxRole::inbox, accountID)) destinations[accountID] = path;
     }
-    state_->takeOut(State::leaversOf(movable, destinations), destinations, tr("Moved to Inbox"));
+    if (destinations.empty() && !movable.empty()) return state_->refuse(tr("This account has no Inbox folder."));
+    return state_->takeOut(State::leaversOf(movable, destinations), destinations, tr("Moved to Inbox"));
 }
 
-void MessageActions::move(const Records& records, const std::string& toPath, std::optional<std::string> title) {
+Taken MessageActions::move(const Records& records, const std::string& toPath, std::optional<std::string> title) {
     const auto movable = state_->movable(records);
     const auto destinations = state_->destinationsFor(movable, toPath);
     const auto leavers = State::leaversOf(movable, destinations);
-    if (leavers.empty()) return;
+    if (leavers.empty()) return {};
     if (!title) {
         const auto target = state_->mailboxAt(toPath, leavers.front().accountID);
         title = tr("Moved to {}", target ? target->name : toPath);
     }
-    state_->takeOut(leavers, destinations, *title);
+    return state_->takeOut(leavers, destinations, *title);
 }
 
 void MessageActions::moveAtOnce(const Records& records, const std::string& toPath) {
@@ -240,39 +252,55 @@ void MessageActions::moveAtOnce(const Records& records, const std::string& toPat
     state_->leaving->begin(State::departures(leavers, destinations));
 }
 
-void MessageActions::deleteForever(const Records& records, const std::string& title) {
+Taken MessageActions::deleteForever(const Records& records, const std::string& title) {
     const auto movable = state_->movable(records);
     Destinations destinations;
     for (const auto& record : movable) destinations[record.accountID] = std::nullopt;
-    state_->takeOut(movable, destinations, title);
+    return state_->takeOut(movable, destinations, title);
 }
 
-void MessageActions::setRead(const Records& records, ReadState state) {
+Taken MessageActions::State::setFlag(const Records& records, FlagChanges::Flag flag, FlagChanges::Change change) {
+    const auto wanted = flaggable(records);
+    flags->set(wanted, flag, change);
+    return idsOf(wanted);
+}
+
+Taken MessageActions::setRead(const Records& records, ReadState state) {
     const auto change = state == ReadState::read ? FlagChanges::Change::add : FlagChanges::Change::remove;
-    state_->flags->set(state_->flaggable(records), FlagChanges::Flag::seen, change);
+    return state_->setFlag(records, FlagChanges::Flag::seen, change);
 }
 
-void MessageActions::setFlagged(const Records& records, FlagState state) {
+Taken MessageActions::setFlagged(const Records& records, FlagState state) {
     const auto change = state == FlagState::flagged ? FlagChanges::Change::add : FlagChanges::Change::remove;
-    state_->flags->set(state_->flaggable(records), FlagChanges::Flag::flagged, change);
+    return state_->setFlag(records, FlagChanges::Flag::flagged, change);
 }
 
-void MessageActions::label(const Records& records, const std::string& key, LabelChange change) {
+Taken MessageActions::label(const Records& records, const std::string& key, LabelChange change) {
     const auto ids = idsOf(records);
     const std::vector<std::int64_t> wanted(ids.begin(), ids.end());
+    Taken labelled;
     saveCache(state_->environment.context, [&](ModelContext& context) {
         for (const auto& record : context.messages.find(wanted)) {
+            labelled.insert(record.id);
             MessageChange labels;
             labels.labelsJoined = settingLabel(record.labelsJoined, key, change);
             context.messages.change(record.id, labels);
         }
     });
+    return labelled;
+}
+
+bool MessageActions::State::bannerOffersAnotherUndo() const {
+    const auto& banner = *status.banner;
+    return banner && banner->canUndo && banner->outboxID;
 }
 
 void MessageActions::undo() {
-    const auto& banner = *state_->status.banner;
-    if (banner && banner->canUndo && banner->outboxID) return;
-    state_->pending->undo();
+    if (!state_->bannerOffersAnotherUndo()) state_->pending->undo();
+}
+
+std::optional<std::string> MessageActions::undoable() const {
+    return state_->bannerOffersAnotherUndo() ? std::nullopt : state_->pending->title();
 }
 
 void MessageActions::commitPendingAction() {

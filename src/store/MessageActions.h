@@ -34,6 +34,8 @@ namespace velmo {
 class MessageActions {
   public:
     using Records = std::vector<MessageRecord>;
+    /// The numbers of the messages that an action took: for flags and labels, of those that are as was asked now.
+    using Taken = std::set<std::int64_t>;
 
     /// What is asked of other parts of the store; each may be left out.
     struct Hooks {
@@ -57,37 +59,41 @@ class MessageActions {
     MessageActions(const MessageActions&) = delete;
     MessageActions& operator=(const MessageActions&) = delete;
 
-    void setRead(const Records& records, ReadState state);
-    void setFlagged(const Records& records, FlagState state);
+    Taken setRead(const Records& records, ReadState state);
+    Taken setFlagged(const Records& records, FlagState state);
 
     /// On this machine only: servers know nothing of labels.
-    void label(const Records& records, const std::string& key, LabelChange change);
+    Taken label(const Records& records, const std::string& key, LabelChange change);
 
     /// To the archive, or to the mailbox of all mail where there is no archive. An error banner when an account has
     /// neither; then nothing changes.
-    void archive(const Records& records);
+    Taken archive(const Records& records);
 
     /// To the junk mailbox; when all of them stand in it, to the inbox. An error banner when an account has none; then
     /// nothing changes.
-    void moveToJunk(const Records& records);
+    Taken moveToJunk(const Records& records);
 
     /// To the trash. Where there is none, or all messages of an account stand in it, they are deleted for good.
-    void moveToTrash(const Records& records);
+    Taken moveToTrash(const Records& records);
 
-    /// They are snoozed no more.
-    void moveToInbox(const Records& records);
+    /// They are snoozed no more. An error banner when no account has an inbox.
+    Taken moveToInbox(const Records& records);
 
     /// Those that don't stand there already. Without a title the banner names the mailbox.
-    void move(const Records& records, const std::string& toPath, std::optional<std::string> title = {});
+    Taken move(const Records& records, const std::string& toPath, std::optional<std::string> title = {});
 
     /// The same without time to undo and without a banner.
     void moveAtOnce(const Records& records, const std::string& toPath);
 
-    void deleteForever(const Records& records, const std::string& title);
+    Taken deleteForever(const Records& records, const std::string& title);
 
     /// Takes back the action that can be undone. Nothing when there is none, or the banner offers to take back
     /// something else.
     void undo();
+
+    /// The title of what `undo` takes back now, whether or not the banner still tells of it; absent when that is
+    /// nothing.
+    std::optional<std::string> undoable() const;
 
     /// Ends the time of the action that can be undone, and begins it on the server.
     void commitPendingAction();

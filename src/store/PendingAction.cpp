@@ -13,6 +13,7 @@ constexpr Duration timeToUndo{5'000};
 void PendingAction::begin(const std::string& title, Step step) {
     commit();
     step_ = std::move(step);
+    title_ = title;
     status_.showUndo(title);
     banner_ = (*status_.banner)->id;
     auto run = [weak = weak_from_this(), clock = environment_.clock, banner = banner_]() -> Async<void> {

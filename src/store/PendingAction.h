@@ -30,6 +30,9 @@ class PendingAction : public std::enable_shared_from_this<PendingAction> {
     void commit();
     void undo();
 
+    /// Of the step that can be undone; absent when there is none.
+    std::optional<std::string> title() const { return step_ ? std::optional(title_) : std::nullopt; }
+
   private:
     std::optional<Step> end();
     void commitIfStill(const UUID& banner);
@@ -37,6 +40,7 @@ class PendingAction : public std::enable_shared_from_this<PendingAction> {
     StoreEnvironment& environment_;
     StoreStatus& status_;
     std::optional<Step> step_;
+    std::string title_;
     UUID banner_; ///< of the step
     Task timer_;
 };
