@@ -5,6 +5,7 @@
 #include "terminal/MessageRows.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <array>
 #include <nlohmann/json.hpp>
 
@@ -19,8 +20,10 @@ struct ActionWords {
 
 using Records = std::vector<MessageRecord>;
 
-/// Does it to messages that are there.
-using Act = void (*)(Session&, const Records&, const ActionWords&);
+using Taken = MessageActions::Taken;
+
+/// Does it to messages that are there. Gives the numbers of those that it took.
+using Act = Taken (*)(Session&, const Records&, const ActionWords&);
 
 struct Action {
     const char* name;
@@ -34,64 +37,88 @@ MessageActions& actionsOf(Session& session) {
 
 const std::array simpleActions{
     Action{"archive", "Move messages to the archive",
-           [](Session& s, const Records& r, const ActionWords&) { actionsOf(s).archive(r); }},
+           [](Session& s, const Records& r, const ActionWords&) { return actionsOf(s).archive(r); }},
     Action{"junk", "Move messages to the junk mailbox; from there, back to the inbox",
-           [](Session& s, const Records& r, const ActionWords&) { actionsOf(s).moveToJunk(r); }},
+           [](Session& s, const Records& r, const ActionWords&) { return actionsOf(s).moveToJunk(r); }},
     Action{"trash", "Move messages to the trash; from there, delete them for good",
-           [](Session& s, const Records& r, const ActionWords&) { actionsOf(s).moveToTrash(r); }},
+           [](Session& s, const Records& r, const ActionWords&) { return actionsOf(s).moveToTrash(r); }},
     Action{"inbox", "Move messages to the inbox",
-           [](Session& s, const Records& r, const ActionWords&) { actionsOf(s).moveToInbox(r); }},
+           [](Session& s, const Records& r, const ActionWords&) { return actionsOf(s).moveToInbox(r); }},
     Action{"delete", "Delete messages for good",
            [](Session& s, const Records& r, const ActionWords&) {
-               actionsOf(s).deleteForever(
+               return actionsOf(s).deleteForever(
                    r, r.size() == 1 ? tr("Deleted") : trCount("Deleted {} message", "Deleted {} messages", r.size()));
            }},
     Action{"flag", "Flag messages",
            [](Session& s, const Records& r, const ActionWords&) {
-               actionsOf(s).setFlagged(r, MessageActions::FlagState::flagged);
+               return actionsOf(s).setFlagged(r, MessageActions::FlagState::flagged);
            }},
     Action{"unflag", "Take the flag from messages",
            [](Session& s, const Records& r, const ActionWords&) {
-               actionsOf(s).setFlagged(r, MessageActions::FlagState::unflagged);
+               return actionsOf(s).setFlagged(r, MessageActions::FlagState::unflagged);
            }},
     Action{"seen", "Mark messages as read",
            [](Session& s, const Records& r, const ActionWords&) {
-               actionsOf(s).setRead(r, MessageActions::ReadState::read);
+               return actionsOf(s).setRead(r, MessageActions::ReadState::read);
            }},
     Action{"unseen", "Mark messages as unread",
            [](Session& s, const Records& r, const ActionWords&) {
-               actionsOf(s).setRead(r, MessageActions::ReadState::unread);
+               return actionsOf(s).setRead(r, MessageActions::ReadState::unread);
            }},
 };
 
-void move(Session& session, const Records& records, const ActionWords& words) {
+Taken move(Session& session, const Records& records, const ActionWords& words) {
     const std::string path = canonicalMailboxPath(words.text);
     for (const auto& record : records)
         if (!session.app.mail().mailboxes.find(MailboxKey{record.accountID, path}))
             throw CommandError(tr("There is no mailbox {}.", printable(text::repairedUTF8(words.text))));
-    actionsOf(session).move(records, path);
+    return actionsOf(session).move(records, path);
 }
 
-void setLabel(Session& session, const Records& records, const ActionWords& words, LabelChange change) {
+Taken setLabel(Session& session, const Records& records, const ActionWords& words, LabelChange change) {
     if (!session.app.mail().labels.find(words.text))
         throw CommandError(tr("There is no label {}.", printable(text::repairedUTF8(words.text))));
-    actionsOf(session).label(records, words.text, change);
+    return actionsOf(session).label(records, words.text, change);
 }
 
-void addLabel(Session& session, const Records& records, const ActionWords& words) {
-    setLabel(session, records, words, LabelChange::add);
+Taken addLabel(Session& session, const Records& records, const ActionWords& words) {
+    return setLabel(session, records, words, LabelChange::add);
 }
 
-void removeLabel(Session& session, const Records& records, const ActionWords& words) {
-    setLabel(session, records, words, LabelChange::remove);
+Taken removeLabel(Session& session, const Records& records, const ActionWords& words) {
+    return setLabel(session, records, words, LabelChange::remove);
 }
 
-/// The words of the message line, as a failure when they tell of one.
-std::string bannerText(Session& session) {
+std::optional<UUID> bannerID(Session& session) {
     const auto& banner = session.app.store().status().banner.get();
-    if (!banner) return {};
+    return banner ? std::optional(banner->id) : std::nullopt;
+}
+
+/// The words of the message line, as a failure when they tell of one; none while it is the line of before.
+std::string newBannerText(Session& session, const std::optional<UUID>& before) {
+    const auto& banner = session.app.store().status().banner.get();
+    if (!banner || banner->id == before) return {};
     if (banner->isError) throw CommandError(banner->text);
     return banner->text;
+}
+
+/// Why an action took none of these messages.
+std::string whyNone(Session& session, const Records& records) {
+    if (session.app.isShowingSamples()) return tr("Sample mail is on no server, so that it can't be moved or deleted.");
+    const auto& hidden = session.app.store().status().hidden.get();
+    if (std::ranges::any_of(records, [&](const auto& record) { return hidden.contains(record.id); }))
+        return trCount("The message is leaving its mailbox already.",
+                       "The messages are leaving their mailboxes already.", records.size());
+    return trCount("There is nothing to do: the message is there already.",
+                   "There is nothing to do: the messages are there already.", records.size());
+}
+
+void tell(Session& session, const std::string& done, bool canUndo) {
+    std::string line = done.empty() ? tr("Done") : done;
+    if (canUndo) line += " " + tr("(for a few seconds you can take it back with: velmo undo)");
+    session.console.line(printable(line));
+    if (session.app.isShowingSamples())
+        session.console.note(tr("This is sample mail: the next command finds it as it was."));
 }
 
 /// In a process of its own an action is carried out before the process ends; in the running application it can be
@@ -99,36 +126,35 @@ std::string bannerText(Session& session) {
 Async<void> run(Session& session, const ActionWords& words, Act act, const char* name) {
     co_await session.app.openMail();
     const Records records = messagesNumbered(session, words.ids);
-    // What an earlier action left is not the answer to this one.
-    session.app.store().status().banner = std::optional<Banner>();
-    act(session, records, words);
-    std::string done = bannerText(session);
+    const auto before = bannerID(session);
+    const Taken taken = act(session, records, words);
+    const std::string done = newBannerText(session, before);
+    if (taken.empty()) throw CommandError(whyNone(session, records));
     const bool canUndo = !done.empty() && session.place == Session::Place::application;
     if (session.place == Session::Place::ownProcess) {
         actionsOf(session).commitPendingAction();
         co_await actionsOf(session).finished();
-        bannerText(session);
+        newBannerText(session, before);
     }
     session.tellNotices();
     if (session.isJSON()) {
-        session.print({{"action", name}, {"messages", words.ids}, {"canUndo", canUndo}});
-        co_return;
+        auto messages = words.ids;
+        std::erase_if(messages, [&](auto id) { return !taken.contains(id); });
+        session.print({{"action", name}, {"messages", std::move(messages)}, {"canUndo", canUndo}});
+    } else {
+        tell(session, done, canUndo);
     }
-    if (done.empty()) done = tr("Done");
-    if (canUndo) done += " " + tr("(for a few seconds you can take it back with: velmo undo)");
-    session.console.line(printable(done));
 }
 
 Async<void> undo(Session& session) {
     co_await session.app.openMail();
-    const auto& banner = session.app.store().status().banner.get();
-    if (!banner || !banner->canUndo) throw CommandError(tr("There is nothing to undo."));
-    const std::string what = banner->text;
+    const auto what = actionsOf(session).undoable();
+    if (!what) throw CommandError(tr("There is nothing to undo."));
     actionsOf(session).undo();
     if (session.isJSON())
-        session.print({{"undone", what}});
+        session.print({{"undone", *what}});
     else
-        session.console.line(tr("Undone: {}", printable(what)));
+        session.console.line(tr("Undone: {}", printable(*what)));
 }
 
 CLI::App* addAction(CLI::App& program, CommandBody& body, const char* name, const char* help, Act act,

@@ -110,6 +110,16 @@ TEST_F(CommandLine, SearchesAndActsOnMessagesByTheirNumbers) {
          {std::vector<std::string>{"label", "1"}, {"label", "x", "cat:receipts"}, {"flag"}, {"seen", "1", "x"}})
         EXPECT_EQ(run(words).code, 2) << testing::PrintToString(words);
 
+    // Samples have no server, and go with the process.
+    const Outcome flagged = run({"flag", std::to_string(first)});
+    EXPECT_EQ(flagged.code, 0);
+    EXPECT_THAT(flagged.err, HasSubstr("sample mail"));
+    for (const char* action : {"archive", "trash", "junk", "inbox", "delete"}) {
+        const Outcome refused = run({action, std::to_string(first)});
+        EXPECT_EQ(refused.code, 1) << action;
+        EXPECT_THAT(refused.err, HasSubstr("Sample mail")) << action;
+    }
+
     const auto subject = rows[0]["subject"].get<std::string>();
     const json found = runJSON({"search", subject});
     ASSERT_FALSE(found.empty());

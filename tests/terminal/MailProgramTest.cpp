@@ -7,18 +7,14 @@
 #include "support/Eventually.h"
 #include "support/TemporaryDirectory.h"
 #include "terminal/CommandSocket.h"
-#include "terminal/ConsoleStreams.h"
+#include "terminal/Program.h"
 
 #include <boost/asio/io_context.hpp>
 #include <csignal>
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
 
 namespace velmo { namespace {
 
@@ -27,49 +23,9 @@ using namespace std::chrono_literals;
 using nlohmann::json;
 using test::eventually;
 using test::Outcome;
+using test::Program;
+using test::velmo;
 using testing::HasSubstr;
-
-/// One of the built programs; it is killed when the test is through with it.
-class Program {
-  public:
-    Program(const std::string& name, std::vector<std::string> words, const fs::path& input = "/dev/null") {
-        words.insert(words.begin(), std::string(VELMO_PROGRAMS "/") + name);
-        std::vector<char*> arguments;
-        for (auto& word : words) arguments.push_back(word.data());
-        arguments.push_back(nullptr);
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, 0, input.c_str(), O_RDONLY, 0);
-        posix_spawn_file_actions_addopen(&actions, 1, out().c_str(), O_WRONLY | O_CREAT, 0600);
-        posix_spawn_file_actions_addopen(&actions, 2, err().c_str(), O_WRONLY | O_CREAT, 0600);
-        EXPECT_EQ(posix_spawn(&process_, arguments[0], &actions, nullptr, arguments.data(), environ), 0);
-        posix_spawn_file_actions_destroy(&actions);
-    }
-    ~Program() {
-        if (process_ <= 0) return;
-        kill(process_, SIGKILL);
-        waitpid(process_, nullptr, 0);
-    }
-    Program(const Program&) = delete;
-    Program& operator=(const Program&) = delete;
-
-    void signal(int number) const { kill(process_, number); }
-
-    /// Waits for its end.
-    Outcome outcome() {
-        int status = 0;
-        EXPECT_TRUE(eventually([&] { return waitpid(process_, &status, WNOHANG) == process_; }));
-        process_ = -1;
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, test::contentsOf(out()), test::contentsOf(err())};
-    }
-
-  private:
-    fs::path out() const { return files_ / "out"; }
-    fs::path err() const { return files_ / "err"; }
-
-    test::TemporaryDirectory files_;
-    pid_t process_ = -1;
-};
 
 class MailProgram : public testing::Test {
   protected:
@@ -94,8 +50,6 @@ class MailProgram : public testing::Test {
             co_await application.close();
         });
     }
-
-    static Outcome velmo(std::vector<std::string> words) { return Program("velmo", std::move(words)).outcome(); }
 
     bool isListening() const { return connectTo(socket_).has_value(); }
 
@@ -187,8 +141,7 @@ TEST_F(MailProgram, StartsAnewAfterACrashAndRunsWithoutAnAccount) {
     const std::vector<std::string> adding{
         "accounts",        "add",    "--email",         "ada@localhost.invalid", "--imap",
         "127.0.0.1:1:tls", "--smtp", "127.0.0.1:1:tls", "--password-stdin"};
-    Program refused("velmo", adding, home_ / "password");
-    EXPECT_THAT(refused.outcome().err, HasSubstr("127.0.0.1"));
+    EXPECT_THAT(velmo(adding, home_ / "password").err, HasSubstr("127.0.0.1"));
     EXPECT_THAT(velmo(adding).err, HasSubstr("no password on standard input"));
     application.signal(SIGINT);
     EXPECT_EQ(application.outcome().code, 0);
