@@ -26,7 +26,7 @@ CommandRequest requestFor(const Command& command, std::vector<std::string> words
 
 Async<void> runHere(const Executors& executors, const Command& command, Console& console) {
     Application application(executors);
-    Session session(application, console, command.output);
+    Session session(application, executors, console, command.output);
     std::error_code ignored;
     session.directory = std::filesystem::current_path(ignored);
     std::exception_ptr failure;

@@ -76,10 +76,10 @@ void tellAboutWindow(Console& console) {
 
 // --- Commands ----------------------------------------------------------------------------------------------------
 
-Async<int> runCommand(Application& application, CommandRequest request, Console& console) {
+Async<int> runCommand(Application& application, Executors executors, CommandRequest request, Console& console) {
     const auto command = parseCommand(request.words, console);
     if (!command) co_return command.error();
-    Session session(application, console, command->output);
+    Session session(application, executors, console, command->output);
     session.place = Session::Place::application;
     session.directory = request.directory;
     co_await command->body(session);
@@ -87,13 +87,13 @@ Async<int> runCommand(Application& application, CommandRequest request, Console&
 }
 
 /// Without an account no store is open, and each client shows the samples by itself.
-CommandHooks hooksOf(Application& application) {
+CommandHooks hooksOf(Application& application, const Executors& executors) {
     CommandHooks hooks;
     hooks.accepts = [&application](const CommandRequest& request) {
         return !request.needsMail || !application.accounts().accounts->empty();
     };
-    hooks.run = [&application](CommandRequest request, Console& console) {
-        return runCommand(application, std::move(request), console);
+    hooks.run = [&application, executors](CommandRequest request, Console& console) {
+        return runCommand(application, executors, std::move(request), console);
     };
     hooks.activate = [&application] {
         if (application.isOpen()) application.store().refreshAll();
@@ -162,7 +162,7 @@ Async<void> quit(Application& application, CommandServer& server, const Executor
 Async<void> runApplication(const Executors& executors, Console& console) {
     Application application(executors);
     CommandServer server(executors, application.clock(), commandSocket(application.directories()),
-                         hooksOf(application));
+                         hooksOf(application, executors));
     std::exception_ptr failure;
     try {
         if (!application.accounts().accounts->empty()) co_await openMail(application);

@@ -36,7 +36,8 @@ Bytes fileContents(const std::string& path) {
 }
 
 Async<Bytes> sourceOf(Session& session, const ReadWords& words) {
-    if (!words.file.empty()) co_return fileContents(words.file);
+    if (!words.file.empty())
+        co_return co_await callOn(session.executors.background, [&] { return fileContents(words.file); });
     co_await session.app.openMail();
     auto record = session.app.mail().messages.find(words.id);
     if (!record) throw CommandError(tr("There is no message {}.", words.id));
@@ -52,15 +53,17 @@ std::string headerText(const MIMEField& field) {
     return value;
 }
 
-void printHeaders(Session& session, const ParsedMessage& message) {
+std::string headerLines(const Console& console, const ParsedMessage& message) {
     constexpr std::array shown{"From", "To", "Cc", "Reply-To", "Date", "Subject"};
+    std::string lines;
     for (const char* name : shown) {
         for (const auto& field : message.headers.fields) {
             if (!text::equalsIgnoringCase(field.name, name)) continue;
-            session.console.line(session.console.styled(Console::Style::cyan, fitted(std::string(name) + ":", 10)) +
-                                 headerText(field));
+            lines +=
+                console.styled(Console::Style::cyan, fitted(std::string(name) + ":", 10)) + headerText(field) + "\n";
         }
     }
+    return lines;
 }
 
 std::string sizeText(std::size_t bytes) {
@@ -69,43 +72,55 @@ std::string sizeText(std::size_t bytes) {
     return fmt::format("{:.1f} MB", static_cast<double>(bytes) / 1e6);
 }
 
-void printMessage(Session& session, const ParsedMessage& message) {
-    printHeaders(session, message);
-    session.console.line();
-    const std::string body = message.plainText ? *message.plainText
-                             : message.html    ? htmlToPlainText(*message.html)
-                                               : std::string{};
-    session.console.line(printable(body, Lines::kept));
-    if (message.attachments.empty()) return;
-    session.console.line(session.console.styled(
-        Console::Style::bold, trCount("{} attachment:", "{} attachments:", message.attachments.size())));
+std::string attachmentLines(const Console& console, const ParsedMessage& message) {
+    std::string lines =
+        console.styled(Console::Style::bold, trCount("{} attachment:", "{} attachments:", message.attachments.size()));
     std::vector<std::vector<std::string>> rows;
     for (const auto& attachment : message.attachments)
         rows.push_back({"  " + printable(attachment.filename), printable(attachment.mimeType),
                         sizeText(attachment.data.size()), attachment.isInline ? tr("inline") : std::string{}});
-    for (const auto& line : tableLines(rows)) session.console.line(line);
+    for (const auto& line : tableLines(rows)) lines += "\n" + line;
+    return lines;
 }
 
-void save(Session& session, const ParsedMessage& message, const std::string& directory, nlohmann::json& document) {
-    auto saved = nlohmann::json::array();
-    for (const auto& path : saveAttachments(message.attachments, session.directory / directory)) {
-        saved.push_back(path.string());
-        if (!session.isJSON()) session.console.line(tr("Saved {}", printable(text::repairedUTF8(path.string()))));
-    }
-    document["saved"] = std::move(saved);
+/// The message as a person reads it, without a line end after the last line.
+std::string messageText(const Console& console, const ParsedMessage& message) {
+    const std::string body = message.plainText ? *message.plainText
+                             : message.html    ? htmlToPlainText(*message.html)
+                                               : std::string{};
+    std::string text = headerLines(console, message) + "\n" + printable(body, Lines::kept);
+    if (!message.attachments.empty()) text += "\n" + attachmentLines(console, message);
+    return text;
 }
 
+std::vector<std::string> save(const ParsedMessage& message, const std::filesystem::path& directory) {
+    std::vector<std::string> saved;
+    for (const auto& path : saveAttachments(message.attachments, directory)) saved.push_back(path.string());
+    return saved;
+}
+
+/// A large message takes its time, which the main executor of the application has not.
 Async<void> read(Session& session, const ReadWords& words) {
+    const Executor background = session.executors.background;
+    const auto directory = session.directory / words.directory;
     const Bytes source = co_await sourceOf(session, words);
     if (words.showsSource) {
         session.console.bytes(source);
         co_return;
     }
-    const ParsedMessage message = ParsedMessage::parse(source);
-    auto document = session.isJSON() ? jsonOf(message) : nlohmann::json::object();
-    if (!session.isJSON()) printMessage(session, message);
-    if (!words.directory.empty()) save(session, message, words.directory, document);
-    if (session.isJSON()) session.print(document);
+    const ParsedMessage message = co_await callOn(background, [&] { return ParsedMessage::parse(source); });
+    if (session.isJSON()) {
+        session.console.line(co_await callOn(background, [&] {
+            auto document = jsonOf(message);
+            if (!words.directory.empty()) document["saved"] = save(message, directory);
+            return textOf(document);
+        }));
+        co_return;
+    }
+    session.console.line(co_await callOn(background, [&] { return messageText(session.console, message); }));
+    if (words.directory.empty()) co_return;
+    const auto saved = co_await callOn(background, [&] { return save(message, directory); });
+    for (const auto& path : saved) session.console.line(tr("Saved {}", printable(text::repairedUTF8(path))));
 }
 
 }

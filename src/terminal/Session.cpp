@@ -9,11 +9,15 @@
 namespace velmo {
 
 void Session::print(const nlohmann::json& document) {
-    console.line(document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace));
+    console.line(textOf(document));
 }
 
 void Session::tellNotices() {
     if (const auto notice = app.keychain().notice()) console.note(*notice);
+}
+
+std::string textOf(const nlohmann::json& document) {
+    return document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
 MailAccount accountNamed(Session& session, const std::string& email) {

@@ -10,6 +10,7 @@
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace velmo {
 
@@ -17,10 +18,11 @@ namespace velmo {
 struct Session {
     enum class Output { text, json };
 
-    Session(Application& application, Console& terminal, Output form)
-        : app(application), console(terminal), output(form) {}
+    Session(Application& application, Executors where, Console& terminal, Output form)
+        : app(application), executors(std::move(where)), console(terminal), output(form) {}
 
     Application& app;
+    Executors executors;
     Console& console;
     Output output;
 
@@ -33,12 +35,15 @@ struct Session {
 
     bool isJSON() const { return output == Output::json; }
 
-    /// The one document of a command with --json, on standard output.
+    /// The one document of a command with --json, on standard output. `textOf` is for one that is large.
     void print(const nlohmann::json& document);
 
     /// Shows what the keychain has to tell the person.
     void tellNotices();
 };
+
+/// The document as `Session::print` writes it. May be called on any thread.
+std::string textOf(const nlohmann::json& document);
 
 /// What the command line asked for; runs on the main executor.
 using CommandBody = std::function<Async<void>(Session&)>;
