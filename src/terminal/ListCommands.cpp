@@ -90,16 +90,23 @@ MessageListSource labelSource(Session& session, const ListWords& words) {
     return session.app.store().lists().label(key, accountNamed(session, *words.account).id).value();
 }
 
+/// A view of what these mailboxes are, where they are all the same.
+UnifiedMailbox viewOf(const std::vector<MailboxRecord>& mailboxes, const std::string& word) {
+    const auto role = mailboxes.empty() ? MailboxRole::inbox : mailboxes.front().role();
+    const bool areAlike = std::ranges::all_of(mailboxes, [&](const auto& mailbox) { return mailbox.role() == role; });
+    return areAlike && role != MailboxRole::other ? UnifiedMailbox::mailbox(role) : UnifiedMailbox::folder(word);
+}
+
 MessageListSource sourceOf(Session& session, const ListWords& words) {
     if (words.label) return labelSource(session, words);
     const auto accounts = chosenAccounts(session, words.account);
+    const std::string word = words.mailbox.value_or("inbox");
     UnifiedScope scope;
-    scope.mailboxes = mailboxesNamed(session, accounts, words.mailbox.value_or("inbox"));
+    scope.mailboxes = mailboxesNamed(session, accounts, word);
     if (scope.mailboxes.empty() && words.mailbox)
         throw CommandError(tr("There is no mailbox {}.", printable(text::repairedUTF8(*words.mailbox))));
-    const bool areInboxes =
-        std::ranges::all_of(scope.mailboxes, [](const auto& mailbox) { return mailbox.role() == MailboxRole::inbox; });
-    scope.view = areInboxes ? UnifiedMailbox::mailbox(MailboxRole::inbox) : UnifiedMailbox::folder("");
+    if (scope.mailboxes.size() == 1) return scope.mailboxes.front();
+    scope.view = viewOf(scope.mailboxes, word);
     return scope;
 }
 
@@ -116,20 +123,34 @@ std::vector<MessageRecord> rowsOf(Session& session, MessagePageRequest request) 
     }
 }
 
-void hint(Session& session, bool isEmpty) {
-    if (session.app.isShowingSamples()) {
-        session.console.note(tr("\nThis is sample mail. Read a message with: velmo read ID\n"
-                                "Add your own account with: velmo accounts add --email YOU@…"));
-    } else if (isEmpty) {
-        session.console.note(tr("No message is here. Bring in the mail with: velmo sync"));
-    }
+/// What stands in place of the rows.
+std::string emptyText(const MessagePageRequest& request) {
+    if (request.after) return tr("There are no more messages.");
+    if (!request.search.empty()) return tr("Nothing was found.");
+    const bool isWhole = request.focus == InboxFocus::all && !request.showsUnreadOnly;
+    const bool isImportant = request.focus == InboxFocus::important && hasFocus(request.source);
+    const auto words = isImportant ? emptyWords(UnifiedMailbox::important()) : emptyWords(request.source);
+    return isWhole && !words.text.empty() ? words.title + "\n" + words.text : words.title;
 }
 
-void show(Session& session, const std::vector<MessageRecord>& rows, std::size_t limit) {
-    printRows(session, rows);
+bool hasMailboxes(Session& session, const std::optional<std::string>& email) {
+    return std::ranges::any_of(chosenAccounts(session, email), [&](const auto& account) {
+        return !session.app.mail().mailboxes.of(account.id).empty();
+    });
+}
+
+void show(Session& session, const ListWords& words, const MessagePageRequest& request) {
+    const auto rows = rowsOf(session, request);
+    printRows(session, rows, showsRecipients(request.source) ? RowNames::recipients : RowNames::senders);
     if (session.isJSON()) return;
-    hint(session, rows.empty());
-    if (rows.size() == limit)
+    if (rows.empty())
+        session.console.note(hasMailboxes(session, words.account)
+                                 ? emptyText(request)
+                                 : tr("No message is here. Bring in the mail with: velmo sync"));
+    if (session.app.isShowingSamples())
+        session.console.note(tr("\nThis is sample mail. Read a message with: velmo read ID\n"
+                                "Add your own account with: velmo accounts add --email YOU@…"));
+    if (rows.size() == words.limit)
         session.console.note(tr("More with: --page {}", pageToken(MessagePlace::of(rows.back()))));
 }
 
@@ -146,7 +167,7 @@ Async<void> list(Session& session, const ListWords& words) {
     request.focus = words.focus.value_or(InboxFocus::all);
     request.showsUnreadOnly = words.onlyUnread;
     request.after = words.page;
-    show(session, rowsOf(session, std::move(request)), words.limit);
+    show(session, words, request);
 }
 
 Async<void> search(Session& session, const ListWords& words) {
@@ -157,7 +178,7 @@ Async<void> search(Session& session, const ListWords& words) {
     MessagePageRequest request(std::move(scope), words.limit);
     request.search = words.search;
     request.after = words.page;
-    show(session, rowsOf(session, std::move(request)), words.limit);
+    show(session, words, request);
 }
 
 // --- labels ---------------------------------------------------------------------------------------------------------

@@ -18,7 +18,19 @@ std::string senderOf(const MessageRecord& message) {
     return printable(text::repairedUTF8(name));
 }
 
-std::string rowText(const Session& session, const MessageRecord& message, std::size_t idColumns, Date now) {
+std::string recipientsOf(const MessageRecord& message) {
+    std::string all;
+    for (const auto* addresses : {&message.to, &message.cc}) {
+        for (const auto& address : *addresses) {
+            const bool hasName = address.name && !address.name->empty();
+            all += (all.empty() ? "" : ", ") + (hasName ? *address.name : address.email);
+        }
+    }
+    return all.empty() ? tr("(no recipient)") : tr("To: {}", printable(text::repairedUTF8(all)));
+}
+
+std::string rowText(const Session& session, const MessageRecord& message, RowNames names, std::size_t idColumns,
+                    Date now) {
     const Console& console = session.console;
     const auto style = message.isSeen ? Console::Style::plain : Console::Style::bold;
     std::string marks;
@@ -30,12 +42,12 @@ std::string rowText(const Session& session, const MessageRecord& message, std::s
     const std::string front = std::string(idColumns - id.size(), ' ') + id;
     const std::size_t used = idColumns + 4 + 10 + 22 + 8;
     const std::size_t left = std::max<std::size_t>(console.width(), used + 20) - used;
+    const std::string who = names == RowNames::recipients ? recipientsOf(message) : senderOf(message);
     const std::string subject = printable(message.subject.empty() ? tr("(no subject)") : message.subject);
     const std::string shown = columns(subject) + 4 < left ? subject : fitted(subject, left);
-    std::string line =
-        fmt::format("{}  {}  {}  {}  {}", console.styled(Console::Style::dim, front),
-                    console.styled(Console::Style::yellow, marks), fitted(shortDate(message.date, now), 10),
-                    console.styled(style, fitted(senderOf(message), 22)), console.styled(style, shown));
+    std::string line = fmt::format(
+        "{}  {}  {}  {}  {}", console.styled(Console::Style::dim, front), console.styled(Console::Style::yellow, marks),
+        fitted(shortDate(message.date, now), 10), console.styled(style, fitted(who, 22)), console.styled(style, shown));
     if (columns(shown) + 4 < left && !message.snippet.empty()) {
         const std::size_t rest = left - columns(shown) - 2;
         const std::string snippet = printable(message.snippet);
@@ -57,7 +69,7 @@ nlohmann::json jsonOfRows(Session& session, const std::vector<MessageRecord>& me
     return document;
 }
 
-void printRows(Session& session, const std::vector<MessageRecord>& messages) {
+void printRows(Session& session, const std::vector<MessageRecord>& messages, RowNames names) {
     if (session.isJSON()) {
         session.print(jsonOfRows(session, messages));
         return;
@@ -65,7 +77,7 @@ void printRows(Session& session, const std::vector<MessageRecord>& messages) {
     std::size_t idColumns = 1;
     for (const auto& message : messages) idColumns = std::max(idColumns, std::to_string(message.id).size());
     const Date now = session.app.clock().now();
-    for (const auto& message : messages) session.console.line(rowText(session, message, idColumns, now));
+    for (const auto& message : messages) session.console.line(rowText(session, message, names, idColumns, now));
 }
 
 std::string pageToken(const MessagePlace& place) {

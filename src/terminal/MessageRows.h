@@ -12,8 +12,11 @@
 
 namespace velmo {
 
+/// Whom the line of a message names.
+enum class RowNames { senders, recipients };
+
 /// The lines of a list, one a message; with `--json` the array of them. `account` of an item is the address.
-void printRows(Session& session, const std::vector<MessageRecord>& messages);
+void printRows(Session& session, const std::vector<MessageRecord>& messages, RowNames names = RowNames::senders);
 
 /// The items of a list as `--json` shows them.
 nlohmann::json jsonOfRows(Session& session, const std::vector<MessageRecord>& messages);

@@ -13,6 +13,8 @@ namespace velmo { namespace {
 
 using nlohmann::json;
 using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
 
 using test::Outcome;
 
@@ -91,6 +93,16 @@ TEST_F(CommandLine, ShowsSampleMailUntilThereIsAnAccount) {
     EXPECT_NE(runJSON({"list", "--mailbox", "SENT"}).size(), 0U);
     EXPECT_GE(runJSON({"mailboxes"}).size(), 4U);
     EXPECT_TRUE(runJSON({"accounts"}).empty());
+
+    // Lists of sent mail name whom it went to, by whatever name the list is asked for.
+    for (const char* mailbox : {"SENT", "Sent", "drafts"})
+        EXPECT_THAT(run({"list", "--mailbox", mailbox}).out, HasSubstr("  To: ")) << mailbox;
+    EXPECT_THAT(shown.out, Not(HasSubstr("  To: ")));
+
+    // An empty list says why it is empty.
+    EXPECT_THAT(run({"search", "nosuchwordanywhere"}).err, StartsWith("Nothing was found.\n"));
+    EXPECT_THAT(run({"list", "--mailbox", "drafts", "--unread"}).err, StartsWith("No Messages\n"));
+    EXPECT_THAT(run({"list", "--page", "0.0"}).err, StartsWith("There are no more messages.\n"));
 
     const json message = runJSON({"read", std::to_string(rows[0]["id"].get<int>())});
     const auto snippet = message["snippet"].get<std::string>();
