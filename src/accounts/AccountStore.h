@@ -94,6 +94,9 @@ class AccountStore {
     /// A cancelled attempt gives false, without words, and leaves nothing behind.
     Async<bool> addAccount(AccountDraft draft);
 
+    /// True from the beginning of an account's removal until it is off the list.
+    bool isBeingRemoved(const UUID& accountID) const { return removing_.contains(accountID); }
+
     /// Records a failure.
     void fail(const std::exception_ptr& error);
     void fail(const UserError& error);

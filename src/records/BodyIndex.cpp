@@ -11,12 +11,14 @@
 #include <array>
 #include <mutex>
 #include <optional>
+#include <thread>
 
 namespace velmo {
 
 namespace {
 
 constexpr std::size_t mostTerms = 8;
+constexpr int removalStep = 50;
 
 // The two tables share their row numbers.
 constexpr std::array schema{
@@ -85,6 +87,7 @@ struct BodyIndex::State {
     }
 
     bool insert(std::string_view messageID, const std::string& account, std::string_view body);
+    bool removeSome(const std::string& account, std::int64_t& last);
     std::vector<std::string> matches(const std::string& expression);
 
     std::filesystem::path file;
@@ -145,16 +148,29 @@ std::size_t BodyIndex::add(const std::vector<Document>& documents, const UUID& a
 }
 
 void BodyIndex::removeAccount(const UUID& account) {
-    state_->attempt(false, [&] {
-        const std::string accountText = account.text();
-        auto& database = *state_->database;
-        sqlite::Transaction transaction(database);
-        database.query("DELETE FROM bodies WHERE rowid IN (SELECT id FROM docs WHERE account = ?)").run(accountText);
-        database.query("DELETE FROM docs WHERE account = ?").run(accountText);
-        transaction.commit();
-        ++state_->version;
-        return true;
-    });
+    // Searches get their turn between the steps.
+    std::int64_t last = 0;
+    while (state_->attempt(false, [&] { return state_->removeSome(account.text(), last); })) std::this_thread::yield();
+}
+
+/// Removes the next documents of the account behind `last`, and moves that on; false when there were none.
+bool BodyIndex::State::removeSome(const std::string& account, std::int64_t& last) {
+    sqlite::Transaction transaction(*database);
+    std::vector<std::int64_t> ids;
+    {
+        auto row = database->query("SELECT id FROM docs WHERE account = ? AND id > ? ORDER BY id LIMIT ?");
+        row.bind(account, last, removalStep);
+        while (row.step()) ids.push_back(row.column<std::int64_t>(0));
+    }
+    for (const auto id : ids) {
+        database->query("DELETE FROM bodies WHERE rowid = ?").run(id);
+        database->query("DELETE FROM docs WHERE id = ?").run(id);
+    }
+    transaction.commit();
+    if (ids.empty()) return false;
+    last = ids.back();
+    ++version;
+    return true;
 }
 
 // --- Answers ---------------------------------------------------------------------------------------------------

@@ -16,7 +16,8 @@ AccountSync::AccountSync(StoreEnvironment& environment, StoreStatus& status, Mai
       directory_(directory),
       engines_(engines),
       hooks_(std::move(hooks)),
-      mailboxIsFree_(environment.executors.main) {}
+      mailboxIsFree_(environment.executors.main),
+      passHasEnded_(environment.executors.main) {}
 
 // --- Passes ------------------------------------------------------------------------------------------------------
 
@@ -25,7 +26,7 @@ Async<void> AccountSync::syncAccount(MailAccount account) {
         status_.setChecked(account.id, environment_.clock->now());
         co_return;
     }
-    if (status_.of(account.id).kind == SyncStatus::Kind::syncing) co_return;
+    if (isSyncing(account.id) || !environment_.account(account.id)) co_return;
     status_.set(account.id, SyncStatus::syncing());
     const auto self = shared_from_this();
     std::exception_ptr failure;
@@ -35,6 +36,7 @@ Async<void> AccountSync::syncAccount(MailAccount account) {
         failure = std::current_exception();
     }
     progress.update([&](auto& all) { all.erase(account.id); });
+    passHasEnded_.raise();
     const bool wasCancelled = isCancellation(failure);
     // The account may have gone while its pass ran.
     if (!environment_.account(account.id)) {
@@ -49,6 +51,17 @@ Async<void> AccountSync::syncAccount(MailAccount account) {
         if (!wasCancelled && hooks_.checked) hooks_.checked(account, MailService::Check::completePass);
     }
     if (wasCancelled) std::rethrow_exception(failure);
+}
+
+bool AccountSync::isSyncing(const UUID& accountID) const {
+    return status_.of(accountID).kind == SyncStatus::Kind::syncing;
+}
+
+Async<void> AccountSync::othersPassEnded(UUID accountID) {
+    while (isSyncing(accountID)) {
+        passHasEnded_.lower();
+        co_await passHasEnded_.wait();
+    }
 }
 
 Async<void> AccountSync::pass(MailAccount account) {
@@ -73,8 +86,8 @@ PassHooks AccountSync::hooksFor(const MailAccount& account) {
 
 int AccountSync::priority(const UUID& accountID, const MailboxEntry& entry) const {
     if (entry.role == MailboxRole::inbox) return 0;
-    const auto selected = hooks_.selectedMailbox ? hooks_.selectedMailbox(accountID) : std::nullopt;
-    return selected == entry.path ? 1 : syncPriority(entry.role);
+    const auto chosen = hooks_.chosenMailbox ? hooks_.chosenMailbox(accountID) : std::nullopt;
+    return chosen == entry.path ? 1 : syncPriority(entry.role);
 }
 
 void AccountSync::listed(const UUID& accountID, const std::vector<MailboxEntry>& entries) {
@@ -174,7 +187,6 @@ Async<std::size_t> AccountSync::fetchOlder(MailAccount account, std::string path
         auto messages = std::exchange(waiting, {});
         co_await environment_.writer.insertOlder(std::move(messages), account.id, path, held.uidValidity,
                                                  labelNewMail());
-        directory_.recordsChanged();
         if (onStored) onStored(count);
     };
     const auto fetch = [&]() -> Async<void> { fetched = co_await engine->fetchOlder(path, oldest, step); };
@@ -191,7 +203,6 @@ Async<std::size_t> AccountSync::fetchOlder(MailAccount account, std::string path
 }
 
 void AccountSync::announce(const MailAccount& account, const AppliedDelta& applied) {
-    directory_.recordsChanged();
     if (applied.countsAsNews && !applied.unseen.empty() && hooks_.mailArrived)
         hooks_.mailArrived(account, applied.unseen);
 }

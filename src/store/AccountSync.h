@@ -25,8 +25,10 @@ class AccountSync : public std::enable_shared_from_this<AccountSync> {
   public:
     /// What happens elsewhere; all of it may be empty.
     struct Hooks {
-        /// The mailbox of the account that the person is looking at.
+        /// The mailbox of the account that the person is looking at; absent while another account is in view.
         std::function<std::optional<std::string>(const UUID& accountID)> selectedMailbox;
+        /// The one that was chosen last in this account, whatever is in view.
+        std::function<std::optional<std::string>(const UUID& accountID)> chosenMailbox;
         std::function<void(const MailAccount&, MailService::Check)> checked;
         std::function<void(const MailAccount&, const std::vector<SyncedMessage>&)> mailArrived;
     };
@@ -35,8 +37,11 @@ class AccountSync : public std::enable_shared_from_this<AccountSync> {
                 AccountEngines& engines, Hooks hooks);
 
     /// One complete pass. The status of the account tells how it went; throws only when it is cancelled. Does nothing
-    /// while a pass of the account runs.
+    /// while a pass of the account runs, or once it is being removed.
     Async<void> syncAccount(MailAccount account);
+
+    /// Waits for a pass that somebody else has begun.
+    Async<void> othersPassEnded(UUID accountID);
 
     /// One mailbox. Does nothing while it is being synced. Throws what the engine and the writer throw.
     Async<void> syncMailbox(MailAccount account, std::string path);
@@ -67,8 +72,11 @@ class AccountSync : public std::enable_shared_from_this<AccountSync> {
 
     /// Where the pass of each account stands; absent when none runs.
     Observed<std::map<UUID, PassProgress>> progress;
-    /// What the last pass of an account brought.
+    /// What the last pass of an account brought; absent before its first one.
     const std::map<UUID, PassResult>& lastResults() const { return lastResults_; }
+
+    /// The account is gone.
+    void forget(const UUID& accountID) { lastResults_.erase(accountID); }
 
     StoreEnvironment& environment() { return environment_; }
     StoreStatus& status() { return status_; }
@@ -78,6 +86,7 @@ class AccountSync : public std::enable_shared_from_this<AccountSync> {
   private:
     static std::string keyOf(const UUID& accountID, const std::string& path);
     std::shared_ptr<void> claim(const UUID& accountID, const std::string& path);
+    bool isSyncing(const UUID& accountID) const;
     Async<void> pass(MailAccount account);
     PassHooks hooksFor(const MailAccount& account);
     void listed(const UUID& accountID, const std::vector<MailboxEntry>& entries);
@@ -91,6 +100,7 @@ class AccountSync : public std::enable_shared_from_this<AccountSync> {
     AccountEngines& engines_;
     Hooks hooks_;
     Flag mailboxIsFree_; ///< raised when the sync of a mailbox ends
+    Flag passHasEnded_;  ///< raised when a pass ends
     std::map<UUID, PassResult> lastResults_;
 };
 

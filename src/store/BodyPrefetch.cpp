@@ -65,6 +65,10 @@ void BodyPrefetch::start(const MailAccount& account) {
     run->task = Task(environment_.executors.main, std::move(body));
 }
 
+void BodyPrefetch::noteStored(std::size_t bytes) {
+    budget_->add(static_cast<std::int64_t>(bytes));
+}
+
 bool BodyPrefetch::isRunning(const UUID& accountID) const {
     const auto found = runs_.find(accountID);
     return found != runs_.end() && found->second->isWorking;
@@ -95,7 +99,6 @@ Async<void> BodyPrefetch::end(std::shared_ptr<Run> run) {
 
 Async<void> BodyPrefetch::cancel(UUID accountID) {
     if (const auto run = runs_.extract(accountID)) co_await end(run.mapped());
-    environment_.settings.remove(bodyCutoffKey(accountID));
 }
 
 Async<void> BodyPrefetch::cancelAll() {

@@ -40,13 +40,16 @@ class BodyPrefetch {
     /// are shown. A failure ends the prefetch with a line in the log; the next start tries again.
     void start(const MailAccount& account);
 
+    /// Another has made a body of so many bytes a file.
+    void noteStored(std::size_t bytes);
+
     bool isRunning(const UUID& accountID) const;
 
     /// Waits until the prefetch has nothing left to do, or at once when none runs. Throws the failure that ended it.
     Async<void> finished(UUID accountID);
 
-    /// Ends the prefetch of an account that is being removed, waits until nothing of it is under way any longer, and
-    /// forgets its cut-off date. The account's files are to be removed after this. Throws FileError.
+    /// Ends the prefetch of an account that is being removed, and waits until nothing of it is under way any longer.
+    /// The account's files are to be removed after this.
     Async<void> cancel(UUID accountID);
 
     /// Ends every prefetch and waits for that; for the end of the program.

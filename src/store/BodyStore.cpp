@@ -149,6 +149,7 @@ Async<void> BodyStore::download(const MessageRecord& record, Loaded& loaded) {
         loaded.body = readBody(*loaded.source);
         if (!isSample) index(environment_.bodyIndex, record, loaded.body);
     });
+    if (loaded.isInFiles && onStored) onStored(loaded.source->size());
 }
 
 Async<Bytes> BodyStore::fetch(const MessageRecord& record) {

@@ -35,6 +35,9 @@ class BodyStore : public std::enable_shared_from_this<BodyStore> {
     /// The complete source of the message (RFC 5322). Throws as `content` does.
     Async<Bytes> source(MessageRecord record);
 
+    /// Told when a message has become a file, with its size in bytes. May be empty.
+    std::function<void(std::size_t)> onStored;
+
     const std::shared_ptr<BodyDownloads>& downloads() const { return downloads_; }
     const std::shared_ptr<MessageCache>& cache() const { return cache_; }
 

@@ -87,15 +87,21 @@ void FolderFolding::set(const std::string& path, State state) {
 }
 
 void FolderFolding::setAll(const FolderTree& tree, const std::string& path, State state) {
-    const auto start = std::ranges::find(tree.folders, path, [](const auto& node) { return node.mailbox.path; });
-    if (start == tree.folders.end()) return;
+    // What is inside a mailbox of a special role, as in an inbox that holds everything, is among the others.
+    const FolderTree::Node* start = nullptr;
+    for (const auto* nodes : {&tree.folders, &tree.special})
+        for (const auto& node : *nodes)
+            if (node.mailbox.path == path) start = &node;
+    if (start == nullptr) return;
     expanded.update([&](auto& paths) {
-        for (auto node = start; node != tree.folders.end(); ++node) {
-            if (node != start && !isInside(node->mailbox, start->mailbox)) break;
-            if (state == State::closed)
-                paths.erase(node->mailbox.path);
-            else if (node->hasChildren)
-                paths.insert(node->mailbox.path);
+        for (const auto* nodes : {&tree.folders, &tree.special}) {
+            for (const auto& node : *nodes) {
+                if (&node != start && !isInside(node.mailbox, start->mailbox)) continue;
+                if (state == State::closed)
+                    paths.erase(node.mailbox.path);
+                else if (node.hasChildren)
+                    paths.insert(node.mailbox.path);
+            }
         }
     });
 }

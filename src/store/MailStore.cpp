@@ -3,6 +3,7 @@
 #include "base/UserError.h"
 #include "platform/Log.h"
 #include "store/Housekeeping.h"
+#include "store/SampleMail.h"
 #include "store/SyncLoop.h"
 
 #include <algorithm>
@@ -26,6 +27,9 @@ MailStore::MailStore(MailStoreParts parts)
       selection_(environment_, *lists_),
       sync_(std::make_shared<AccountSync>(environment_, status_, directory_, engines_, syncHooks())),
       actions_(std::make_shared<MessageActions>(environment_, status_, directory_, engines_, actionHooks())) {
+    bodies_->onStored = [weak = std::weak_ptr(prefetch_)](std::size_t bytes) {
+        if (const auto prefetch = weak.lock()) prefetch->noteStored(bytes);
+    };
     environment_.accounts.onRemove = [this](MailAccount account) { return removeAccountData(std::move(account)); };
     selection_.syncMailbox = [this](const MailboxKey& key) {
         if (const auto account = environment_.account(key.accountID))
@@ -47,7 +51,10 @@ void MailStore::add(std::unique_ptr<MailService> service) {
 
 AccountSync::Hooks MailStore::syncHooks() {
     AccountSync::Hooks hooks;
-    hooks.selectedMailbox = [this](const UUID& accountID) { return selectedMailbox(accountID); };
+    hooks.selectedMailbox = [this](const UUID& accountID) {
+        return *selection_.accountID == accountID ? chosenMailbox(accountID) : std::nullopt;
+    };
+    hooks.chosenMailbox = [this](const UUID& accountID) { return chosenMailbox(accountID); };
     hooks.checked = [this](const MailAccount& account, MailService::Check check) { checked(account, check); };
     hooks.mailArrived = [this](const MailAccount& account, const std::vector<SyncedMessage>& messages) {
         for (const auto& service : services_) service->mailArrived(account, messages);
@@ -68,19 +75,19 @@ MessageActions::Hooks MailStore::actionHooks() {
 
 void MailStore::checked(const MailAccount& account, MailService::Check check) {
     for (const auto& service : services_) service->checked(account, check);
-    if (isRunning_ && !isStopping_) prefetch_->start(account);
+    if (isRunning_ && !isStopping_ && environment_.account(account.id)) prefetch_->start(account);
 }
 
-std::optional<std::string> MailStore::selectedMailbox(const UUID& accountID) const {
-    if (*selection_.accountID != accountID) return std::nullopt;
+std::optional<std::string> MailStore::chosenMailbox(const UUID& accountID) const {
     const auto found = selection_.mailboxes->find(accountID);
     return found == selection_.mailboxes->end() ? std::nullopt : std::optional(found->second);
 }
 
 /// Keeps a task until it has ended.
 void MailStore::inBackground(std::move_only_function<Async<void>()> body) {
+    if (isStopping_) return; // and waits for those that are there
     std::erase_if(background_, [](const Task& task) { return task.isFinished(); });
-    if (!isStopping_) background_.emplace_back(environment_.executors.main, std::move(body));
+    background_.emplace_back(environment_.executors.main, std::move(body));
 }
 
 // --- Start and stop ----------------------------------------------------------------------------------------------
@@ -97,6 +104,7 @@ Async<void> MailStore::start() {
     for (const auto& [id, loop] : loops_)
         if (!present.contains(id)) gone.push_back(id);
     for (const auto& id : gone) co_await endLoop(id);
+    if (isStopping_) co_return;
     startLoops();
     selection_.repair(present);
 }
@@ -116,7 +124,7 @@ Async<void> MailStore::keepHouse() {
 }
 
 void MailStore::startLoops() {
-    for (const auto& account : environment_.accounts.accounts.get()) {
+    for (const auto& account : environment_.allAccounts()) {
         if (loops_.contains(account.id)) continue;
         auto loop = [weak = std::weak_ptr(sync_), clock = environment_.clock, account]() -> Async<void> {
             return runSyncLoop(weak, clock, account);
@@ -134,24 +142,37 @@ Async<void> MailStore::endLoop(UUID accountID) {
 
 std::set<UUID> MailStore::accountsWithout(std::optional<UUID> removed) const {
     std::set<UUID> present;
-    for (const auto& account : environment_.accounts.accounts.get())
+    for (const auto& account : environment_.allAccounts())
         if (account.id != removed) present.insert(account.id);
     return present;
 }
 
 void MailStore::refreshAll() {
-    for (const auto& account : environment_.accounts.accounts.get())
+    if (isShowingSamples()) status_.setChecked(sampleAccountID, environment_.clock->now());
+    for (const auto& account : environment_.allAccounts())
         inBackground([this, account]() -> Async<void> { return sync_->syncAccount(account); });
+}
+
+/// The mailboxes whose sync brings what a list may be missing. A label is in many of them; new mail that gets it comes
+/// into an inbox.
+std::vector<MailboxRecord> MailStore::mailboxesBehind(const MessageListSource& source) {
+    std::vector<MailboxRecord> found;
+    if (const auto* mailbox = std::get_if<MailboxRecord>(&source)) found.push_back(*mailbox);
+    const auto* scope = std::get_if<UnifiedScope>(&source);
+    if (scope != nullptr) found = scope->mailboxes;
+    if (const auto* label = std::get_if<LabelSource>(&source)) found = directory_.mailboxes(label->accountID);
+    const bool isLabel = std::holds_alternative<LabelSource>(source) || (scope != nullptr && scope->label);
+    std::erase_if(found, [&](const MailboxRecord& each) {
+        if (isLabel) return each.role() != MailboxRole::inbox;
+        return !each.isSelectable || each.role() == MailboxRole::all;
+    });
+    return found;
 }
 
 void MailStore::refreshVisible() {
     const auto list = selection_.currentList();
-    if (!list) return;
-    std::vector<MailboxRecord> visible;
-    if (const auto* mailbox = std::get_if<MailboxRecord>(&list->source)) visible.push_back(*mailbox);
-    if (const auto* scope = std::get_if<UnifiedScope>(&list->source)) visible = scope->mailboxes;
-    for (const auto& mailbox : visible)
-        if (selection_.syncMailbox) selection_.syncMailbox(mailbox.key());
+    if (!list || !selection_.syncMailbox) return;
+    for (const auto& mailbox : mailboxesBehind(list->source)) selection_.syncMailbox(mailbox.key());
 }
 
 Async<void> MailStore::stop() {
@@ -170,16 +191,30 @@ Async<void> MailStore::stop() {
 
 // --- Accounts ----------------------------------------------------------------------------------------------------
 
+/// What refuses keeps nothing else from going.
 Async<void> MailStore::removeAccountData(MailAccount account) {
-    co_await endLoop(account.id);
-    co_await prefetch_->cancel(account.id);
-    engines_.remove(account.id);
-    co_await writer_.deleteAccount(account.id);
-    co_await callOn(environment_.executors.background, [&] { bodyIndex_.removeAccount(account.id); });
-    status_.remove(account.id);
-    directory_.remove(account.id);
-    for (const auto& service : services_) service->accountRemoved(account.id);
-    selection_.repair(accountsWithout(account.id));
+    const UUID id = account.id;
+    const auto attempt = [](std::move_only_function<Async<void>()> step) -> Async<void> {
+        try {
+            co_await step();
+        } catch (const UserError& error) {
+            log("Mail").error("Couldn't drop all data of an account: {}", pub(error.sentence()));
+        }
+    };
+    co_await attempt([&]() -> Async<void> { co_await endLoop(id); });
+    co_await prefetch_->cancel(id);
+    engines_.remove(id);
+    co_await attempt([&]() -> Async<void> { co_await writer_.deleteAccount(id); });
+    co_await callOn(environment_.executors.background, [&] { bodyIndex_.removeAccount(id); });
+    co_await attempt([&]() -> Async<void> {
+        environment_.settings.remove(bodyCutoffKey(id));
+        co_return;
+    });
+    status_.remove(id);
+    sync_->forget(id);
+    directory_.remove(id);
+    for (const auto& service : services_) service->accountRemoved(id);
+    selection_.repair(accountsWithout(id));
 }
 
 }

@@ -93,8 +93,9 @@ class MailStore {
     void startLoops();
     Async<void> endLoop(UUID accountID);
     std::set<UUID> accountsWithout(std::optional<UUID> removed) const;
+    std::vector<MailboxRecord> mailboxesBehind(const MessageListSource& source);
     void checked(const MailAccount& account, MailService::Check check);
-    std::optional<std::string> selectedMailbox(const UUID& accountID) const;
+    std::optional<std::string> chosenMailbox(const UUID& accountID) const;
     Async<void> removeAccountData(MailAccount account);
     void inBackground(std::move_only_function<Async<void>()> body);
 

@@ -13,6 +13,14 @@ constexpr Duration cacheLife{2'000};
 
 }
 
+MailboxDirectory::MailboxDirectory(StoreEnvironment& environment) : environment_(environment) {
+    onCommit_ = environment_.context.container()->onChange([this](const ModelChanges&) { cache_.clear(); });
+}
+
+MailboxDirectory::~MailboxDirectory() {
+    onCommit_.disconnect();
+}
+
 const std::vector<MailboxRecord>& MailboxDirectory::mailboxes(const UUID& accountID) {
     const Instant now = environment_.clock->instant();
     Cached& cached = cache_[accountID];

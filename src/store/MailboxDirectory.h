@@ -16,9 +16,13 @@ namespace velmo {
 /// The mailboxes of the accounts, as lists ask for them many times a frame. Lives on the main executor.
 class MailboxDirectory {
   public:
-    explicit MailboxDirectory(StoreEnvironment& environment) : environment_(environment) {}
+    explicit MailboxDirectory(StoreEnvironment& environment);
+    ~MailboxDirectory();
+    MailboxDirectory(const MailboxDirectory&) = delete;
+    MailboxDirectory& operator=(const MailboxDirectory&) = delete;
 
-    /// Sorted by the place of their role, then by path. At most two seconds old.
+    /// Sorted by the place of their role, then by path. Read again after a commit that touched mailboxes or their
+    /// messages, and after two seconds at the latest.
     const std::vector<MailboxRecord>& mailboxes(const UUID& accountID);
 
     /// The first mailbox of that role.
@@ -32,8 +36,6 @@ class MailboxDirectory {
 
     /// A listing has been stored.
     void listingStored(const UUID& accountID, std::set<std::string> paths);
-    /// Counts have changed.
-    void recordsChanged() { cache_.clear(); }
 
     /// The paths that were seen on each account.
     const std::map<UUID, std::set<std::string>>& known() const { return known_; }
@@ -50,6 +52,7 @@ class MailboxDirectory {
     StoreEnvironment& environment_;
     std::map<UUID, Cached> cache_;
     std::map<UUID, std::set<std::string>> known_;
+    sigc::connection onCommit_;
 };
 
 }

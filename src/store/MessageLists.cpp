@@ -211,10 +211,10 @@ std::optional<std::int64_t> MessageLists::findNeighbour(const MessagePageRequest
                                                         const std::set<std::int64_t>& leaving) {
     auto query = queryOf(request);
     query.after.reset();
-    const ListRows all(environment_.context, query, *status_.hidden, searchOf(request));
     for (const auto id : leaving) {
+        // One that is being read may have left a narrower list already, as an unread one does.
         const auto message = environment_.context.lists.find(id);
-        if (message && all.holds(*message))
+        if (message && std::ranges::binary_search(query.mailboxes, message->mailbox))
             query.after = std::max(query.after.value_or(message->place), message->place);
     }
     if (!query.after) return std::nullopt;

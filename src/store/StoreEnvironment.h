@@ -10,6 +10,7 @@
 #include "sync/SyncWriter.h"
 
 #include <memory>
+#include <vector>
 
 namespace velmo {
 
@@ -27,8 +28,11 @@ struct StoreEnvironment {
     /// The store shows the built-in sample mail: nothing is synced, and no server is asked anything.
     bool isShowingSamples = false;
 
-    /// The account of the list; absent when it is gone.
+    /// The account of the list; absent when it is gone or going.
     std::optional<MailAccount> account(const UUID& accountID) const;
+
+    /// Those of the list that stay.
+    std::vector<MailAccount> allAccounts() const;
 };
 
 }

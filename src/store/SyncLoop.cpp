@@ -42,6 +42,7 @@ class SyncLoop {
         const std::shared_ptr<AccountSync> sync = sync_.lock();
         if (!sync) co_return Duration{0};
         if (!lastFullPass_ || clock_->instant() - *lastFullPass_ >= passInterval) {
+            co_await sync->othersPassEnded(account_.id);
             co_await sync->syncAccount(account_);
             if (sync->status().of(account_.id).kind == SyncStatus::Kind::failed) {
                 ++failures_;

@@ -114,8 +114,9 @@ SyncState RecordWriter::syncState(const MailboxKey& named) {
 
 void RecordWriter::deleteAccount(const UUID& accountID) {
     removedAccounts_.insert(accountID);
-    context_->deleteAccount(accountID);
+    // The files first: they go even when the disk has no room to note that the records go.
     files_.deleteAccount(accountID);
+    context_->deleteAccount(accountID);
 }
 
 // --- Messages --------------------------------------------------------------------------------------------------

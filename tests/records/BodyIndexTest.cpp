@@ -73,8 +73,13 @@ TEST_F(BodyIndexTest, KeepsTheFirstBodyUntilItsAccountGoes) {
     EXPECT_EQ(found("first"), (IDs{"<1@x>", "<2@x>"})) << "the same search again";
     EXPECT_EQ(index_->allMessageIDs(), (std::set<std::string>{"<1@x>", "<2@x>", "<3@x>"}));
 
+    std::vector<BodyIndex::Document> many;
+    for (int i = 0; i < 120; ++i) many.push_back({"<many" + std::to_string(i) + "@x>", "many"});
+    index_->add(many, account_);
     const auto before = index_->version();
     index_->removeAccount(account_);
+    EXPECT_EQ(found("many"), IDs{});
+    EXPECT_EQ(index_->allMessageIDs(), (std::set<std::string>{"<2@x>", "<3@x>"}));
     EXPECT_GT(index_->version(), before);
     EXPECT_EQ(found("first"), IDs{"<2@x>"});
     EXPECT_TRUE(index_->add("<1@x>", other_, "anew"));

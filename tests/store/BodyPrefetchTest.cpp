@@ -78,6 +78,9 @@ TEST_F(BodyPrefetchTest, FillsAllMailboxesButJunkAndTrash) {
         }
     }
     EXPECT_EQ(rig().index.search("token30").size(), 2U) << "one in each mailbox";
+    const auto store = std::make_shared<BodyStore>(rig().environment, rig().engines, downloads_);
+    rig().run([&] { return store->content(mail_->message(1, "Junk")); });
+    EXPECT_TRUE(mail_->message(1, "Junk").hasBody) << "asked for, it comes from there as well";
 
     // Nothing is left to do; and what comes while it runs is brought as well.
     prefetch();
@@ -131,6 +134,27 @@ TEST_F(BodyPrefetchTest, CompletesWhatACrashLeftUndone) {
     EXPECT_EQ(held(), (UIDs{1, 2, 3, 4}));
     EXPECT_EQ(rig().index.search("walrus").size(), 4U);
     EXPECT_EQ(mail_->fetches(), fetchesBefore + 1);
+}
+
+TEST_F(BodyPrefetchTest, WhatIsOpenedTakesItsRoomAsWell) {
+    for (int i = 1; i <= 2; ++i) mail_->servers.deliver(messageOf(i, 5'000));
+    mail_->servers.deliver(messageOf(3, 20'000));
+    mail_->pass();
+    BodyPrefetchLimits limits;
+    limits.largestMessage = 10'000;
+    limits.mostStored = 20'000;
+    limits.storedAfterEviction = 32'000;
+    restart(limits);
+    prefetch();
+    EXPECT_EQ(held(), (UIDs{1, 2}));
+    const auto store = std::make_shared<BodyStore>(rig().environment, rig().engines, downloads_);
+    store->onStored = [this](std::size_t bytes) { prefetch_->noteStored(bytes); };
+    rig().run([&] { return store->content(mail_->message(3)); });
+    mail_->servers.deliver(messageOf(4));
+    mail_->pass();
+    prefetch();
+    EXPECT_FALSE(mail_->message(1).hasBody);
+    EXPECT_TRUE(mail_->message(3).hasBody);
 }
 
 TEST_F(BodyPrefetchTest, TheOldestGoWhenThereIsNoRoom) {
@@ -201,16 +225,13 @@ TEST_F(BodyPrefetchTest, AFailureEndsItUntilTheNextStart) {
 TEST_F(BodyPrefetchTest, CanBeCancelledAtAnyMoment) {
     mail_->servers.fill(60);
     mail_->pass();
-    const std::string cutoff = "bodyCutoff." + account().text();
     for (int turns = 0; turns < 60; turns += 4) {
-        rig().settings.setDate(cutoff, Date{});
         prefetch_->start(rig().account);
         int turn = 0;
         rig().eventually([&] { return ++turn > turns; });
         rig().run([this] { return prefetch_->cancel(account()); });
         EXPECT_FALSE(prefetch_->isRunning(account()));
         EXPECT_TRUE(downloads_->messages->empty());
-        EXPECT_FALSE(rig().settings.date(cutoff));
     }
     // Dropped, it ends on its own.
     prefetch_->start(rig().account);

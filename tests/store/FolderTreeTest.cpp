@@ -47,6 +47,10 @@ TEST(FolderTree, FoldingIsKeptForSectionsOnly) {
     EXPECT_THAT(*folding.expanded, IsEmpty());
     folding.setAll(tree, "a", FolderFolding::State::open);
     EXPECT_THAT(*folding.expanded, ElementsAre("a", "a/b"));
+    const auto inInbox = FolderTree::of(
+        {mailbox("INBOX", MailboxRole::inbox), mailbox("INBOX/a"), mailbox("INBOX/a/b"), mailbox("c"), mailbox("c/d")});
+    folding.setAll(inInbox, "INBOX", FolderFolding::State::open);
+    EXPECT_THAT(*folding.expanded, ElementsAre("INBOX", "INBOX/a", "a", "a/b"));
     folding.setSection("Folders", FolderFolding::State::closed);
     EXPECT_THAT(tree.visibleFolders(folding), IsEmpty());
 

@@ -40,7 +40,7 @@ class ListsFixture : public testing::Test {
         mailbox.delimiter = "/";
         mailbox.roleRaw = rawText(role);
         context->mailboxes.store(mailbox);
-        rig_.directoryOfMailboxes.recordsChanged();
+        rig_.run([]() -> Async<void> { co_return; });
     }
 
     void addLabel(const std::string& key, const std::string& name) {

@@ -5,8 +5,8 @@
 #include "base/ManualClock.h"
 #include "base/Runtime.h"
 #include "platform/Keychain.h"
-#include "support/FaultProxy.h"
 #include "support/Eventually.h"
+#include "support/FaultProxy.h"
 #include "support/ServerTest.h"
 #include "support/TemporaryDirectory.h"
 
@@ -97,6 +97,10 @@ TEST_F(MailStoreTest, StartsEachAccountOnceAndCarriesOutAtTheEndWhatCouldBeUndon
     EXPECT_EQ(sessionsWith("IDLE"), 1U);
     EXPECT_EQ(follower_->starts, 3);
     EXPECT_EQ(follower_->checks, 1);
+    // A second loop would begin with a pass.
+    run([this] { return store_->start(); });
+    ASSERT_TRUE(eventually([&] { return isQuiet(account.id); }));
+    EXPECT_EQ(follower_->checks, 1);
     EXPECT_EQ(*store_->selection().unified, UnifiedMailbox::mailbox(MailboxRole::inbox));
     EXPECT_EQ(store_->prefetch().bodiesMissing(account.id), 0);
 
@@ -126,6 +130,8 @@ TEST_F(MailStoreTest, AnAccountCanGoInTheMiddleOfItsPass) {
     const auto bodies = directory_ / "Messages" / going.id.text();
     EXPECT_TRUE(fs::exists(bodies));
     settings_.setDate("bodyCutoff." + going.id.text(), clock_->now());
+    store_->bodyIndex().add("<going@x>", going.id, "departing");
+    store_->bodyIndex().add("<staying@x>", staying.id, "departing");
     store_->selection().selectMailbox("INBOX", going.id);
 
     // A pass finds that the connection is gone; the next one connects, and hangs.
@@ -146,6 +152,9 @@ TEST_F(MailStoreTest, AnAccountCanGoInTheMiddleOfItsPass) {
     EXPECT_TRUE(store_->context().messages.uids(inbox).empty());
     EXPECT_FALSE(fs::exists(bodies));
     EXPECT_FALSE(settings_.date("bodyCutoff." + going.id.text()));
+    EXPECT_THAT(store_->bodyIndex().search("departing"), testing::ElementsAre("<staying@x>"));
+    EXPECT_FALSE(store_->status().accounts->contains(going.id));
+    EXPECT_FALSE(store_->sync().lastResults().contains(going.id));
     EXPECT_FALSE(store_->status().lastChecked->contains(going.id));
     EXPECT_EQ(*store_->selection().unified, UnifiedMailbox::mailbox(MailboxRole::inbox));
     EXPECT_EQ(follower_->removals, 1);

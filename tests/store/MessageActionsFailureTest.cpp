@@ -179,7 +179,7 @@ TEST(MessageActionFailures, WithoutAPlaceToGoNothingChanges) {
     const auto setRole = [&](const char* role) {
         archive.roleRaw = role;
         rig.rig.context->mailboxes.store(archive);
-        rig.rig.directoryOfMailboxes.recordsChanged();
+        rig.rig.run([]() -> Async<void> { co_return; });
     };
     setRole("other");
     account.actions().archive(account.records);

@@ -216,12 +216,14 @@ class RandomPerson {
         case 7: {
             const bool isRead = random_() % 2 == 0;
             for (const auto& record : records) mail_.at(*record.messageID).isSeen = isRead;
-            return actions.setRead(records, isRead ? ReadState::read : ReadState::unread);
+            actions.setRead(records, isRead ? ReadState::read : ReadState::unread);
+            return;
         }
         case 8: {
             const bool isFlagged = random_() % 2 == 0;
             for (const auto& record : records) mail_.at(*record.messageID).isFlagged = isFlagged;
-            return actions.setFlagged(records, isFlagged ? FlagState::flagged : FlagState::unflagged);
+            actions.setFlagged(records, isFlagged ? FlagState::flagged : FlagState::unflagged);
+            return;
         }
         case 9:
         case 10: leaving_.clear(); return actions.undo();

@@ -36,10 +36,12 @@ TEST_F(MessageListsTest, UnifiedViewsTakeTheMailboxesOfEveryAccount) {
     addMailbox({second, "Lists"}, MailboxRole::other);
     addMailbox({second, "Junk"}, MailboxRole::junk);
     addMailbox({second, "Sent"}, MailboxRole::sent);
+    addMailbox({second, "Bin"}, MailboxRole::trash);
     addLabel("work", "Work");
     const auto a = add(inbox1, 30, {.labels = "work"});
     const auto b = add(inbox2, 20, {.category = "promotions"});
     const auto c = add({second, "Junk"}, 40, {.labels = "work"});
+    add({second, "Bin"}, 41, {.labels = "work"});
     const auto d = add({first, "Lists"}, 25, {.labels = "cat:social|work", .isSeen = true});
     const auto e = add({second, "Lists"}, 26);
     const auto f = add({second, "Sent"}, 5);
@@ -48,13 +50,13 @@ TEST_F(MessageListsTest, UnifiedViewsTakeTheMailboxesOfEveryAccount) {
     EXPECT_THAT(walk(request(UnifiedMailbox::folder("Lists"))), ElementsAre(e, d));
     EXPECT_THAT(walk(request(UnifiedMailbox::important())), ElementsAre(a));
     EXPECT_THAT(walk(request(UnifiedMailbox::mailbox(MailboxRole::junk))), ElementsAre(c));
-    EXPECT_THAT(walk(request(UnifiedMailbox::label("work"))), ElementsAre(a, d)) << "never from spam";
+    EXPECT_THAT(walk(request(UnifiedMailbox::label("work"))), ElementsAre(a, d)) << "never from spam and trash";
     EXPECT_THAT(walk(MessagePageRequest(*lists->label("work", first))), ElementsAre(a, d));
     EXPECT_THAT(walk(MessagePageRequest(*lists->label("work", second))), IsEmpty());
 
     const auto work = lists->resolve(UnifiedMailbox::label("work"));
     EXPECT_EQ(work.title, "Work");
-    EXPECT_THAT(work.excludedPaths, ElementsAre("Junk"));
+    EXPECT_THAT(work.excludedPaths, ElementsAre("Bin", "Junk"));
     EXPECT_EQ(lists->resolve(UnifiedMailbox::mailbox(MailboxRole::inbox)).title, "All Inboxes");
     EXPECT_EQ(lists->resolve(UnifiedMailbox::label("followup")).title, "Waiting for Reply");
     EXPECT_FALSE(lists->label("gone", first));

@@ -117,6 +117,16 @@ TEST_F(SelectionTest, TheSelectionMovesOnWhenMessagesLeave) {
     selection.selectNext({a, b, c});
     EXPECT_THAT(*selection.messages, IsEmpty());
     EXPECT_FALSE(*selection.isReaderOpen);
+
+    // A message that was read is no row of the unread ones any longer.
+    selection.showsUnreadOnly = true;
+    selection.openMessage(b);
+    MessageChange seen;
+    seen.isSeen = true;
+    context->messages.change(b, seen);
+    selection.selectNext({b});
+    EXPECT_THAT(*selection.messages, ElementsAre(c));
+    EXPECT_TRUE(*selection.isReaderOpen);
 }
 
 TEST_F(SelectionTest, AccountsThatGoTakeTheirSelectionWithThem) {

@@ -153,14 +153,14 @@ class Storm : public WithServers<testing::TestWithParam<const char*>> {
         const auto some = anyMessages();
         const bool isOn = random_() % 2 == 0;
         switch (random_() % 8) {
-        case 0: return actions().archive(some);
-        case 1: return actions().moveToTrash(some);
-        case 2: return actions().moveToInbox(some);
-        case 3: return actions().move(some, renumbered);
-        case 4: return actions().setRead(some, isOn ? ReadState::read : ReadState::unread);
-        case 5: return actions().setFlagged(some, isOn ? FlagState::flagged : FlagState::unflagged);
-        case 6: return actions().undo();
-        default: return actions().commitPendingAction();
+        case 0: actions().archive(some); break;
+        case 1: actions().moveToTrash(some); break;
+        case 2: actions().moveToInbox(some); break;
+        case 3: actions().move(some, renumbered); break;
+        case 4: actions().setRead(some, isOn ? ReadState::read : ReadState::unread); break;
+        case 5: actions().setFlagged(some, isOn ? FlagState::flagged : FlagState::unflagged); break;
+        case 6: actions().undo(); break;
+        default: actions().commitPendingAction(); break;
         }
     }
 

@@ -14,14 +14,21 @@ using namespace std::chrono_literals;
 
 /// An account in its loop.
 struct Loop {
-    Loop(const ServerConfig& server, const std::string& user, const std::string& password)
+    enum class Before { nothing, anothersPass };
+
+    Loop(const ServerConfig& server, const std::string& user, const std::string& password,
+         Before before = Before::nothing)
         : rig(server, user, password, clock) {
         AccountSync::Hooks hooks;
+        hooks.selectedMailbox = [this](const UUID&) { return selected; };
+        hooks.chosenMailbox = hooks.selectedMailbox;
         hooks.mailArrived = [this](const MailAccount&, const std::vector<SyncedMessage>& messages) {
             for (const auto& message : messages) arrived.push_back(message.envelope->subject.value_or(""));
         };
         sync = std::make_shared<AccountSync>(rig.environment, rig.status, rig.directoryOfMailboxes, rig.engines,
                                              std::move(hooks));
+        if (before == Before::anothersPass)
+            other = Task(rig.runtime.executors().main, [this] { return sync->syncAccount(rig.account); });
         task = Task(rig.runtime.executors().main, [weak = std::weak_ptr(sync), this]() -> Async<void> {
             return runSyncLoop(weak, clock, rig.account);
         });
@@ -33,16 +40,18 @@ struct Loop {
         rig.run([this] { return rig.engines.disconnectAll(); });
     }
 
+    /// No pass runs, whose connection has limits of its own, and a wait is due in so long.
     bool waits(Duration duration) {
-        return rig.eventually([&] { return clock->isDueIn(duration); });
+        return rig.eventually([&] { return status() != SyncStatus::Kind::syncing && clock->isDueIn(duration); });
     }
     SyncStatus::Kind status() { return rig.status.of(rig.account.id).kind; }
 
     std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>();
     StoreRig rig;
     std::vector<std::string> arrived;
+    std::optional<std::string> selected; ///< the mailbox that the person looks at
     std::shared_ptr<AccountSync> sync;
-    Task task;
+    Task other, task;
 };
 
 TEST(SyncLoop, SpacesFailingPassesAndTellsWhy) {
@@ -93,6 +102,52 @@ TEST(SyncLoop, PassesAgainEveryTenMinutesWithoutAnInbox) {
     ASSERT_TRUE(loop.waits(600s));
 }
 
+TEST(SyncLoop, APassTakesWhatIsLookedAtAfterTheInboxAndLeavesOutWhatHoldsEverything) {
+    ScriptedServer server(R"(
+        S: * OK [CAPABILITY IMAP4rev1 AUTH=PLAIN SASL-IR] hello
+        C~ b1 AUTHENTICATE PLAIN *
+        S: b1 OK [CAPABILITY IMAP4rev1] in
+        C: b2 CAPABILITY
+        S: * CAPABILITY IMAP4rev1
+        S: b2 OK
+        C: b3 LIST "" "*"
+        S: * LIST (\HasNoChildren) "/" "Work"
+        S: * LIST (\HasNoChildren \Sent) "/" "Sent"
+        S: * LIST (\HasNoChildren \All) "/" "Everything"
+        S: * LIST (\HasNoChildren \Noselect) "/" "Folder"
+        S: * LIST (\HasNoChildren \Trash) "/" "Trash"
+        S: * LIST (\HasNoChildren) "/" "INBOX"
+        S: b3 OK
+        C: b4 STATUS "Work" (MESSAGES UNSEEN UIDNEXT)
+        S: b4 OK
+        C: b5 STATUS "Sent" (MESSAGES UNSEEN UIDNEXT)
+        S: b5 OK
+        C: b6 STATUS "Everything" (MESSAGES UNSEEN UIDNEXT)
+        S: b6 OK
+        C: b7 STATUS "Trash" (MESSAGES UNSEEN UIDNEXT)
+        S: b7 OK
+        C: b8 STATUS "INBOX" (MESSAGES UNSEEN UIDNEXT)
+        S: b8 OK
+        C: b9 SELECT "INBOX"
+        S: * 0 EXISTS
+        S: b9 OK
+        C: b10 SELECT "Trash"
+        S: * 0 EXISTS
+        S: b10 OK
+        C: b11 SELECT "Sent"
+        S: * 0 EXISTS
+        S: b11 OK
+        C: b12 SELECT "Work"
+        S: * 0 EXISTS
+        S: b12 OK
+        C: b13 LOGOUT
+        S: b13 OK)",
+                          ScriptedServer::Options(ScriptedServer::Security::tls));
+    Loop loop(ServerConfig("localhost", server.port(), ServerConfig::Security::tls), "alice", "secret");
+    loop.selected = "Trash";
+    EXPECT_TRUE(loop.rig.eventually([&] { return server.received().contains("b12 SELECT"); })) << server.received();
+}
+
 class RealLoop : public WithServers<> {
   protected:
     void prepare() override {
@@ -118,6 +173,25 @@ TEST_F(RealLoop, GathersABurstAfterTheServersWordAndAnnouncesItOnce) {
     ASSERT_TRUE(loop->rig.eventually([&] { return loop->rig.held("INBOX").size() == 7; }));
     ASSERT_TRUE(loop->rig.eventually([&] { return loop->arrived.size() == 2; }));
     EXPECT_THAT(loop->arrived, testing::UnorderedElementsAre("one", "two"));
+}
+
+TEST_F(RealLoop, LooksAtTheMailboxInViewAsWellWhenTheServerTellsOfTheInbox) {
+    servers->fill("Archive", 2, 2);
+    ASSERT_TRUE(loop->waits(600s));
+    loop->selected = "Archive";
+    servers->fill("Archive", 1, 3);
+    servers->deliver("Subject: one\r\n\r\nfirst\r\n");
+    ASSERT_TRUE(loop->waits(burstWait));
+    loop->clock->advance(burstWait);
+    EXPECT_TRUE(loop->rig.eventually([&] { return loop->rig.held("Archive").size() == 3; }));
+}
+
+TEST_F(RealLoop, DoesItsOwnPassAfterOneThatSomebodyElseBegan) {
+    loop.emplace(servers->imap(ServerConfig::Security::tls), servers->value("ALICE_USER"),
+                 servers->value("ALICE_PASSWORD"), Loop::Before::anothersPass);
+    ASSERT_TRUE(loop->waits(600s));
+    servers->deliver("Subject: one\r\n\r\nfirst\r\n");
+    EXPECT_TRUE(loop->waits(burstWait)) << "it listens";
 }
 
 TEST_F(RealLoop, FindsALostServerAgainAfterTheBackOff) {

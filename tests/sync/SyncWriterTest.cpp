@@ -130,6 +130,9 @@ TEST_F(SyncWriterTest, OnlyTheInboxCountsItsUnreadMessages) {
     writer().apply(delta({syncedMessage(1)}, 9, 2), {account_, "Sent"}, LabelNewMail::no);
     EXPECT_EQ(inbox().unreadCount, 5);
     EXPECT_EQ(context().mailboxes.find({account_, "Sent"})->unreadCount, 5);
+    const auto sent = writer().apply(delta({syncedMessage(2)}, 10, 3), {account_, "Sent"}, LabelNewMail::no);
+    EXPECT_FALSE(sent.countsAsNews);
+    EXPECT_EQ(context().mailboxes.find({account_, "Sent"})->unreadCount, 5);
     std::vector<SyncedMessage> many;
     for (std::uint32_t uid = 2; uid <= 8; ++uid) many.push_back(syncedMessage(uid));
     apply(delta(many, 9, 9));
