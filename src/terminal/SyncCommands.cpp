@@ -26,6 +26,43 @@ void refuseSamples(Session& session) {
         throw CommandError(tr("There is no account yet. Add one with: velmo accounts add --email YOU@…"));
 }
 
+/// Why an account could not be served, as a sentence. Throws when it is the command that was ended.
+Async<std::string> reasonOf(std::exception_ptr failure) {
+    co_await checkCancellation();
+    co_return isCancellation(failure) ? tr("The account was removed meanwhile.") : sentenceOf(failure);
+}
+
+/// What was done for one account after the other. One that fails does not keep the others from their turn.
+class Report {
+  public:
+    /// `entry` gets what `work` tells, or why it failed.
+    Async<void> add(const MailAccount& account, json entry, Async<json> work) {
+        std::exception_ptr failure;
+        try {
+            entry.update(co_await std::move(work));
+        } catch (...) {
+            failure = std::current_exception();
+        }
+        if (failure) {
+            const std::string reason = co_await reasonOf(failure);
+            entry["error"] = reason;
+            failures_ += (failures_.empty() ? "" : "\n") + printable(account.email + ": " + reason);
+        }
+        document_.push_back(std::move(entry));
+    }
+
+    /// Throws when something failed.
+    void end(Session& session) const {
+        session.tellNotices();
+        if (session.isJSON()) session.print(document_);
+        if (!failures_.empty()) throw CommandError(failures_);
+    }
+
+  private:
+    json document_ = json::array();
+    std::string failures_;
+};
+
 // --- sync -----------------------------------------------------------------------------------------------------------
 
 std::string progressText(const MailAccount& account, const PassProgress& progress) {
@@ -50,10 +87,13 @@ Async<PassResult> pass(Session& session, MailAccount account) {
     co_await store.sync().syncAccount(account);
     const SyncStatus status = store.status().of(account.id);
     if (status.kind == SyncStatus::Kind::failed) throw CommandError(status.text);
-    co_return store.sync().lastResults().at(account.id);
+    const auto& results = store.sync().lastResults();
+    const auto result = results.find(account.id);
+    if (result == results.end()) throw CommandError(tr("The account was removed meanwhile."));
+    co_return result->second;
 }
 
-/// Until every body is here, or can't be had.
+/// Until every body is here, or can't be had. Throws what ended the prefetch before that.
 Async<void> bodies(Session& session, const MailAccount& account) {
     BodyPrefetch& prefetch = session.app.store().prefetch();
     prefetch.start(account);
@@ -65,66 +105,78 @@ Async<void> bodies(Session& session, const MailAccount& account) {
                                            [&]() -> Async<void> { co_await prefetch.finished(account.id); });
         if (ended) break;
     }
+    // It may have ended between two looks.
+    co_await prefetch.finished(account.id);
 }
 
-/// A failing account does not keep the others from their pass.
+Async<json> syncOne(Session& session, const MailAccount& account, bool withBodies) {
+    const PassResult result = co_await pass(session, account);
+    if (withBodies) co_await bodies(session, account);
+    json entry{{"mailboxes", result.mailboxes}, {"newMessages", result.newMessages}, {"vanished", result.vanished}};
+    if (withBodies) entry["bodiesHeld"] = session.app.store().prefetch().bodiesHeld(account.id);
+    if (!session.isJSON()) session.console.line(resultText(account, result));
+    co_return entry;
+}
+
 Async<void> sync(Session& session, const SyncWords& words) {
     refuseSamples(session);
     co_await session.app.openMail();
-    auto document = json::array();
-    std::string failure;
+    Report report;
     for (const auto& account : chosenAccounts(session, words.account)) {
         json entry{{"account", account.email}};
-        try {
-            const PassResult result = co_await pass(session, account);
-            if (words.withBodies) co_await bodies(session, account);
-            entry["mailboxes"] = result.mailboxes;
-            entry["newMessages"] = result.newMessages;
-            entry["vanished"] = result.vanished;
-            if (words.withBodies) entry["bodiesHeld"] = session.app.store().prefetch().bodiesHeld(account.id);
-            if (!session.isJSON()) session.console.line(resultText(account, result));
-        } catch (const UserError& error) {
-            entry["error"] = error.sentence();
-            failure += (failure.empty() ? "" : "\n") + printable(account.email + ": " + error.sentence());
-        }
-        document.push_back(std::move(entry));
+        auto work = syncOne(session, account, words.withBodies);
+        co_await report.add(account, std::move(entry), std::move(work));
     }
-    session.tellNotices();
-    if (session.isJSON()) session.print(document);
-    if (!failure.empty()) throw CommandError(failure);
+    report.end(session);
 }
 
 // --- older ----------------------------------------------------------------------------------------------------------
 
-/// The one mailbox that is meant: by its path, or by its role where one account is meant.
-MailboxRecord mailboxMeant(Session& session, const MailAccount& account, const std::string& word) {
+/// The one mailbox of the account that is meant: by its role, or by its path.
+std::optional<MailboxRecord> mailboxMeant(Session& session, const MailAccount& account, const std::string& word) {
     const auto role = mailboxRoleFrom(text::lowered(word));
     if (role)
-        if (auto found = session.app.store().mailboxes().mailbox(*role, account.id)) return *std::move(found);
-    auto found = session.app.mail().mailboxes.find(MailboxKey{account.id, canonicalMailboxPath(word)});
-    if (!found) throw CommandError(tr("There is no mailbox {}.", printable(text::repairedUTF8(word))));
-    return *std::move(found);
+        if (auto found = session.app.store().mailboxes().mailbox(*role, account.id)) return found;
+    return session.app.mail().mailboxes.find(MailboxKey{account.id, canonicalMailboxPath(word)});
+}
+
+using Meant = std::vector<std::pair<MailAccount, MailboxRecord>>;
+
+/// Of those accounts that have it.
+Meant mailboxesMeant(Session& session, const SyncWords& words) {
+    Meant meant;
+    for (const auto& account : chosenAccounts(session, words.account))
+        if (auto mailbox = mailboxMeant(session, account, words.mailbox)) meant.emplace_back(account, *mailbox);
+    if (meant.empty()) throw CommandError(tr("There is no mailbox {}.", printable(text::repairedUTF8(words.mailbox))));
+    return meant;
+}
+
+Async<json> olderOfOne(Session& session, const MailAccount& account, const MailboxRecord& mailbox,
+                       AccountSync::Backfill extent) {
+    auto show = [&session, &account, &mailbox](std::size_t count) {
+        session.console.progress(tr("{}: {}: {}", printable(account.email), printable(mailbox.path),
+                                    trCount("{} message", "{} messages", count)));
+    };
+    const std::size_t count =
+        co_await session.app.store().sync().fetchOlder(account, mailbox.path, extent, std::move(show));
+    if (!session.isJSON())
+        session.console.line(tr("{}: {}: {}", printable(account.email), printable(mailbox.path),
+                                trCount("{} older message", "{} older messages", count)));
+    json entry{{"messages", count}};
+    co_return entry;
 }
 
 Async<void> older(Session& session, const SyncWords& words) {
     refuseSamples(session);
     co_await session.app.openMail();
-    auto document = json::array();
-    for (const auto& account : chosenAccounts(session, words.account)) {
-        const MailboxRecord mailbox = mailboxMeant(session, account, words.mailbox);
-        auto show = [&session, &account, &mailbox](std::size_t count) {
-            session.console.progress(tr("{}: {}: {}", printable(account.email), printable(mailbox.path),
-                                        trCount("{} message", "{} messages", count)));
-        };
-        const auto extent = words.all ? AccountSync::Backfill::everything : AccountSync::Backfill::nextStep;
-        const std::size_t count =
-            co_await session.app.store().sync().fetchOlder(account, mailbox.path, extent, std::move(show));
-        document.push_back({{"account", account.email}, {"mailbox", mailbox.path}, {"messages", count}});
-        if (!session.isJSON())
-            session.console.line(tr("{}: {}: {}", printable(account.email), printable(mailbox.path),
-                                    trCount("{} older message", "{} older messages", count)));
+    const auto extent = words.all ? AccountSync::Backfill::everything : AccountSync::Backfill::nextStep;
+    Report report;
+    for (const auto& [account, mailbox] : mailboxesMeant(session, words)) {
+        json entry{{"account", account.email}, {"mailbox", mailbox.path}};
+        auto work = olderOfOne(session, account, mailbox, extent);
+        co_await report.add(account, std::move(entry), std::move(work));
     }
-    if (session.isJSON()) session.print(document);
+    report.end(session);
 }
 
 }

@@ -26,13 +26,18 @@ class ServerCommands : public test::WithServers<> {
     void prepare() override {
         servers_.emplace();
         servers_->fill(3);
-        test::writeFile(home_ / "password", servers_->value("ALICE_PASSWORD") + "\n");
-        const Outcome added = velmo({"accounts", "add", "--email", servers_->value("ALICE_USER"), "--password-stdin",
-                                     "--imap", "localhost:" + servers_->value("IMAPS_PORT") + ":tls", "--smtp",
-                                     "localhost:" + servers_->value("SMTP_PORT") + ":starttls"},
-                                    home_ / "password");
-        ASSERT_EQ(added.code, 0) << added.err;
+        addAccount("ALICE");
         ASSERT_EQ(velmo({"sync"}).code, 0);
+    }
+
+    void addAccount(const std::string& person) {
+        test::writeFile(home_ / "password", servers_->value(person + "_PASSWORD") + "\n");
+        const Outcome added =
+            velmo({"accounts", "add", "--email", servers_->value(person + "_USER"), "--password-stdin", "--imap",
+                   "localhost:" + servers_->value("IMAPS_PORT") + ":tls", "--smtp",
+                   "localhost:" + servers_->value("SMTP_PORT") + ":starttls"},
+                  home_ / "password");
+        ASSERT_EQ(added.code, 0) << added.err;
     }
 
     static json rows(const std::string& mailbox) {
@@ -111,6 +116,24 @@ TEST_F(ServerCommands, TakesBackAnActionOfTheRunningApplicationWhateverCameAfter
     EXPECT_EQ(application.outcome().code, 0);
     EXPECT_EQ(countOnServer("Archive"), 1);
     EXPECT_EQ(countOnServer("INBOX"), 2);
+}
+
+TEST_F(ServerCommands, AnAccountThatFailsOrLacksAMailboxDoesNotKeepOthersFromTheirTurn) {
+    servers_->fill("Letters", 2, 5);
+    addAccount("BOB");
+    ASSERT_EQ(velmo({"sync"}).code, 0);
+    const Outcome letters = velmo({"--json", "older", "--mailbox", "Letters"});
+    EXPECT_EQ(letters.code, 0) << letters.err;
+    EXPECT_EQ(json::parse(letters.out).size(), 1U);
+    EXPECT_THAT(velmo({"older", "--mailbox", "None"}).err, HasSubstr("There is no mailbox None."));
+
+    // Their servers are elsewhere now.
+    servers_->restart(test::MailServers::RawLog::no);
+    const Outcome failed = velmo({"--json", "sync", "--bodies"});
+    EXPECT_EQ(failed.code, 1);
+    const json accounts = json::parse(failed.out);
+    ASSERT_EQ(accounts.size(), 2U);
+    for (const auto& entry : accounts) EXPECT_TRUE(entry.contains("error")) << entry;
 }
 
 }}
