@@ -1,6 +1,8 @@
 #include "terminal/CommandLine.h"
 
+#include "base/Localisation.h"
 #include "base/Runtime.h"
+#include "base/UserError.h"
 #include "terminal/Command.h"
 #include "terminal/CommandClient.h"
 #include "terminal/CommandSocket.h"
@@ -65,7 +67,9 @@ Async<int> runAnywhere(const Executors& executors, const Command& command, Comma
         } catch (...) {
             failure = std::current_exception();
         }
-        if (!isInUse(failure) || clock.instant() >= limit) std::rethrow_exception(failure);
+        if (!isInUse(failure)) std::rethrow_exception(failure);
+        if (clock.instant() >= limit)
+            throw UserError(tr("Velmo-Mail or another velmo command has the mail open. End it and try again."));
         co_await clock.wait(pause);
     }
 }

@@ -116,7 +116,10 @@ Async<void> openMail(Application& application) {
             co_await application.openMail();
             co_return;
         } catch (const ModelStoreError& error) {
-            if (error.kind() != ModelStoreError::Kind::inUse || application.clock().instant() >= limit) throw;
+            if (error.kind() != ModelStoreError::Kind::inUse) throw;
+            // There is no other instance: its lock is held here.
+            if (application.clock().instant() >= limit)
+                throw UserError(tr("A velmo command has the mail open, perhaps velmo watch. End it and try again."));
         }
         co_await application.clock().wait(look);
     }
