@@ -26,10 +26,14 @@ void refuseSamples(Session& session) {
         throw CommandError(tr("There is no account yet. Add one with: velmo accounts add --email YOU@…"));
 }
 
+std::string goneText() {
+    return tr("The account was removed meanwhile.");
+}
+
 /// Why an account could not be served, as a sentence. Throws when it is the command that was ended.
 Async<std::string> reasonOf(std::exception_ptr failure) {
     co_await checkCancellation();
-    co_return isCancellation(failure) ? tr("The account was removed meanwhile.") : sentenceOf(failure);
+    co_return isCancellation(failure) ? goneText() : sentenceOf(failure);
 }
 
 /// What was done for one account after the other. One that fails does not keep the others from their turn.
@@ -89,7 +93,7 @@ Async<PassResult> pass(Session& session, MailAccount account) {
     if (status.kind == SyncStatus::Kind::failed) throw CommandError(status.text);
     const auto& results = store.sync().lastResults();
     const auto result = results.find(account.id);
-    if (result == results.end()) throw CommandError(tr("The account was removed meanwhile."));
+    if (result == results.end()) throw CommandError(goneText());
     co_return result->second;
 }
 
@@ -107,6 +111,7 @@ Async<void> bodies(Session& session, const MailAccount& account) {
     }
     // It may have ended between two looks.
     co_await prefetch.finished(account.id);
+    if (!session.app.store().environment().account(account.id)) throw CommandError(goneText());
 }
 
 Async<json> syncOne(Session& session, const MailAccount& account, bool withBodies) {
