@@ -64,7 +64,7 @@ bool Runtime::State::endTasks() {
     const std::array executorsOfAll{executors.main, executors.io, executors.background};
     const auto work = asio::make_work_guard(main);
     const auto limit = std::chrono::steady_clock::now() + endingTime;
-    const auto isAnyHere = [](const Executor& each) { return detail::OutermostCoroutines::of(each).cancelAll(); };
+    const auto isAnyHere = [](const Executor& each) { return detail::cancelOutermost(each); };
     while (std::ranges::count_if(executorsOfAll, isAnyHere) > 0) {
         if (std::chrono::steady_clock::now() > limit) return false;
         main.restart();

@@ -41,7 +41,7 @@ Task::Task(const Executor& executor, std::move_only_function<Async<void>()> body
     auto cancelled = [weak = std::weak_ptr(state_)] {
         if (const auto state = weak.lock()) State::cancel(state);
     };
-    auto place = detail::OutermostCoroutines::of(executor).enter(std::move(cancelled));
+    auto place = detail::enterOutermost(executor, std::move(cancelled));
     asio::post(state_->strand, [state = state_, place = std::move(place), body = std::move(body)]() mutable {
         auto guard = [body = std::move(body)]() mutable { return detail::guarded(std::move(body)); };
         auto ended = [state, place = std::move(place)](std::exception_ptr error) {

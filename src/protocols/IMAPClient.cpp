@@ -144,9 +144,8 @@ Async<std::vector<IMAPResponse>> IMAPClient::converse(const std::string& command
 }
 
 Async<void> IMAPClient::converseInTurn(const std::vector<std::string>& commands, const UntaggedHandler& onUntagged,
-                                       const std::function<void(std::size_t)>& onAnswered) {
+                                       const std::function<void(std::size_t, const Answer&)>& onAnswered) {
     for (const std::string& command : commands) refuseLineBreaks({command});
-    std::optional<IMAPError> refusal;
     const auto exchange = [&](Session session) -> Async<void> {
         std::vector<std::string> tags;
         InFlight inFlight([this, session] { closeSession(session); });
@@ -159,13 +158,10 @@ Async<void> IMAPClient::converseInTurn(const std::vector<std::string>& commands,
             const Answer answer =
                 co_await readAnswer(session, tags[i], commands[i], Sensitivity::open, noContinuation, onUntagged);
             --inFlight.count;
-            // The answers behind a refusal are read all the same, so that the session goes on.
-            if (!answer && !refusal) refusal = answer.error();
-            if (answer && !refusal) onAnswered(i);
+            onAnswered(i, answer);
         }
     };
     co_await onSession(exchange);
-    if (refusal) throw std::move(*refusal);
 }
 
 Async<IMAPClient::Answer> IMAPClient::readAnswer(Session session, const std::string& tag, const std::string& command,

@@ -98,6 +98,10 @@ class IMAPClient {
     /// Counts of a mailbox, without selecting it (§6.3.10).
     Async<MailboxStatus> status(std::string path);
 
+    /// The same for several, of which the next ones are asked before one is answered. In their order; those that the
+    /// server refuses, or that can't be asked for, are absent.
+    Async<std::vector<std::optional<MailboxStatus>>> statuses(std::vector<std::string> paths);
+
     /// UIDs in the server's order. `criteria` are IMAP search keys (§6.4.4), in UTF-8.
     Async<std::vector<std::uint32_t>> search(std::string path, std::string criteria);
 
@@ -181,14 +185,14 @@ class IMAPClient {
     Async<std::vector<IMAPResponse>> converse(const std::string& command, Sensitivity sensitivity,
                                               const ContinuationHandler& onContinuation,
                                               const UntaggedHandler& onUntagged);
-    /// Several commands, some of them sent ahead (§5.5). `onAnswered` is told the number of each that succeeded, in
-    /// turn, until one is refused; that is thrown when all are answered.
-    Async<void> converseInTurn(const std::vector<std::string>& commands, const UntaggedHandler& onUntagged,
-                               const std::function<void(std::size_t)>& onAnswered);
-    void closeSession(const Session& session);
-
     /// The answer to one command; what stands for a refusal is `commandFailed`.
     using Answer = std::expected<std::vector<IMAPResponse>, IMAPError>;
+    /// Several commands, some of them sent ahead (§5.5). `onAnswered` is given the number and the answer of each, in
+    /// turn.
+    Async<void> converseInTurn(const std::vector<std::string>& commands, const UntaggedHandler& onUntagged,
+                               const std::function<void(std::size_t, const Answer&)>& onAnswered);
+    void closeSession(const Session& session);
+
     Async<Answer> readAnswer(Session session, const std::string& tag, const std::string& command,
                              Sensitivity sensitivity, const ContinuationHandler& onContinuation,
                              const UntaggedHandler& onUntagged);

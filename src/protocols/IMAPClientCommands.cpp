@@ -60,6 +60,16 @@ void readStatusItems(IMAPValues response, IMAPClient::MailboxStatus& status) {
     }
 }
 
+std::string statusCommand(const std::string& path) {
+    return "STATUS " + imapQuoted(path) + " (MESSAGES UNSEEN UIDNEXT)";
+}
+
+IMAPClient::MailboxStatus readStatus(const std::vector<IMAPResponse>& responses) {
+    IMAPClient::MailboxStatus status;
+    for (const IMAPValues& response : untagged(responses, "STATUS")) readStatusItems(response, status);
+    return status;
+}
+
 std::string joined(const std::vector<std::string>& words) {
     return fmt::format("{}", fmt::join(words, " "));
 }
@@ -115,10 +125,26 @@ Async<void> IMAPClient::ensureSelected(const std::string& path) {
 
 Async<IMAPClient::MailboxStatus> IMAPClient::status(std::string path) {
     return runOn(executor_, [this, path = std::move(path)]() -> Async<MailboxStatus> {
-        const auto responses = co_await execute("STATUS " + imapQuoted(path) + " (MESSAGES UNSEEN UIDNEXT)");
-        MailboxStatus status;
-        for (const IMAPValues& response : untagged(responses, "STATUS")) readStatusItems(response, status);
-        co_return status;
+        const auto responses = co_await execute(statusCommand(path));
+        co_return readStatus(responses);
+    });
+}
+
+Async<std::vector<std::optional<IMAPClient::MailboxStatus>>> IMAPClient::statuses(std::vector<std::string> paths) {
+    return runOn(executor_, [this, paths = std::move(paths)]() -> Async<std::vector<std::optional<MailboxStatus>>> {
+        std::vector<std::string> commands;
+        std::vector<std::size_t> places;
+        for (std::size_t i = 0; i < paths.size(); ++i) {
+            if (hasLineBreak(paths[i])) continue;
+            commands.push_back(statusCommand(paths[i]));
+            places.push_back(i);
+        }
+        std::vector<std::optional<MailboxStatus>> found(paths.size());
+        const std::function<void(std::size_t, const Answer&)> answered = [&](std::size_t number, const Answer& answer) {
+            if (answer) found[places[number]] = readStatus(*answer);
+        };
+        co_await converseInTurn(commands, keepUntagged, answered);
+        co_return found;
     });
 }
 
@@ -179,10 +205,16 @@ Async<void> IMAPClient::uidFetchEach(std::string path, std::vector<IMAPFetchRequ
                          if (auto result = IMAPFetchResult::read(response.values()))
                              results.push_back(std::move(*result));
                      };
-                     const std::function<void(std::size_t)> answered = [&](std::size_t number) {
-                         onResults(number, std::exchange(results, {}));
+                     std::optional<IMAPError> refusal;
+                     const std::function<void(std::size_t, const Answer&)> answered = [&](std::size_t number,
+                                                                                          const Answer& answer) {
+                         // What comes behind a refusal is read all the same, so that the session goes on.
+                         if (!answer && !refusal) refusal = answer.error();
+                         auto read = std::exchange(results, {});
+                         if (!refusal) onResults(number, std::move(read));
                      };
                      co_await converseInTurn(commands, take, answered);
+                     if (refusal) throw std::move(*refusal);
                  });
 }
 

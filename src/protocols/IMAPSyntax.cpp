@@ -6,11 +6,12 @@
 
 namespace velmo {
 
+bool hasLineBreak(std::string_view text) {
+    return text.find_first_of(std::string_view("\r\n\0", 3)) != std::string_view::npos;
+}
+
 void refuseLineBreaks(std::initializer_list<std::string_view> texts) {
-    for (const std::string_view text : texts) {
-        if (text.find_first_of(std::string_view("\r\n\0", 3)) != std::string_view::npos)
-            throw IMAPError::unexpected("a line break in a command");
-    }
+    if (std::ranges::any_of(texts, hasLineBreak)) throw IMAPError::unexpected("a line break in a command");
 }
 
 std::string shownCommand(std::string_view command, IMAPClient::Sensitivity sensitivity) {

@@ -13,6 +13,9 @@ namespace velmo {
 /// What each line and each piece of a literal may take.
 inline constexpr Duration imapReadTimeout{30'000};
 
+/// True when a text holds CR, LF or NUL.
+bool hasLineBreak(std::string_view text);
+
 /// Throws IMAPError::unexpected when a text holds CR, LF or NUL, which would end or break the line of a command. The
 /// error does not show the text.
 void refuseLineBreaks(std::initializer_list<std::string_view> texts);

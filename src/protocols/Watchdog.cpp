@@ -38,7 +38,7 @@ void Watchdog::arm(Duration limit) {
         });
     };
     auto body = [self = shared_from_this()]() -> Async<void> { co_await self->watch(); };
-    auto ended = [place = detail::OutermostCoroutines::of(executor_).enter(std::move(stopped))](std::exception_ptr) {};
+    auto ended = [place = detail::enterOutermost(executor_, std::move(stopped))](std::exception_ptr) {};
     asio::co_spawn(executor_, std::move(body), asio::bind_cancellation_slot(wake_->slot(), std::move(ended)));
 }
 

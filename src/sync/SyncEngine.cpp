@@ -20,6 +20,7 @@ constexpr std::string_view gmailItem = " X-GM-THRID";
 constexpr std::string_view wholeMessageItems = "UID BODY.PEEK[]";
 
 constexpr std::int64_t firstSyncBatch = 200;
+constexpr std::size_t statusesInARow = 50;
 constexpr std::size_t snippetChunk = 100;
 constexpr std::size_t snippetChunksInARow = 8;
 constexpr int plainSnippetBytes = 1500;
@@ -167,22 +168,27 @@ Async<std::vector<IMAPFetchResult>> SyncEngine::uidFetch(const Client& client, c
 Async<std::vector<ListedMailbox>> SyncEngine::listMailboxes() {
     return runOn(strand_, [this]() -> Async<std::vector<ListedMailbox>> {
         const Client client = co_await connectedClient();
-        const std::vector<IMAPMailbox> mailboxes =
-            co_await client->locked([&client] { return client->listMailboxes(); });
+        std::vector<IMAPMailbox> mailboxes = co_await client->locked([&client] { return client->listMailboxes(); });
         std::vector<ListedMailbox> listed;
-        for (const IMAPMailbox& mailbox : mailboxes) {
+        std::vector<std::size_t> counted;
+        for (IMAPMailbox& mailbox : mailboxes) {
+            if (isSelectable(mailbox)) counted.push_back(listed.size());
             ListedMailbox entry;
-            entry.mailbox = mailbox;
-            if (isSelectable(mailbox)) {
-                try {
-                    const auto counts = co_await statusOf(*client, mailbox.path);
-                    entry.messages = counts.messages;
-                    entry.unseen = counts.unseen;
-                } catch (const IMAPError&) {
-                    // One mailbox without counts is no reason to have none of them.
-                }
-            }
+            entry.mailbox = std::move(mailbox);
             listed.push_back(std::move(entry));
+        }
+        for (std::span<const std::size_t> rest(counted); !rest.empty();) {
+            const auto now = rest.first(std::min(rest.size(), statusesInARow));
+            rest = rest.subspan(now.size());
+            std::vector<std::string> paths;
+            for (const auto place : now) paths.push_back(listed[place].mailbox.path);
+            const Statuses found = co_await statusesOf(client, std::move(paths));
+            for (std::size_t i = 0; i < found.size(); ++i) {
+                // One mailbox without counts is no reason to have none of them.
+                if (!found[i]) continue;
+                listed[now[i]].messages = found[i]->messages;
+                listed[now[i]].unseen = found[i]->unseen;
+            }
         }
         co_return listed;
     });
@@ -190,10 +196,11 @@ Async<std::vector<ListedMailbox>> SyncEngine::listMailboxes() {
 
 /// Of the mailbox that is selected a server may tell what this session last heard of it (RFC 3501 §6.3.10); a NOOP
 /// makes the session listen.
-Async<IMAPClient::MailboxStatus> SyncEngine::statusOf(IMAPClient& client, const std::string& path) {
-    co_return co_await client.locked([&]() -> Async<IMAPClient::MailboxStatus> {
-        if (client.selectedPath() == path) co_await client.execute("NOOP");
-        co_return co_await client.status(path);
+Async<SyncEngine::Statuses> SyncEngine::statusesOf(Client client, std::vector<std::string> paths) {
+    co_return co_await client->locked([&]() -> Async<Statuses> {
+        const auto& selected = client->selectedPath();
+        if (selected && std::ranges::find(paths, *selected) != paths.end()) co_await client->execute("NOOP");
+        co_return co_await client->statuses(paths);
     });
 }
 

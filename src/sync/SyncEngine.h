@@ -86,7 +86,8 @@ class SyncEngine {
                                                  std::string items, std::optional<std::uint64_t> changedSince = {});
     Async<std::vector<SyncedMessage>> fetchWithSnippets(const Client& client, const std::string& path,
                                                         std::vector<std::uint32_t> uids);
-    static Async<IMAPClient::MailboxStatus> statusOf(IMAPClient& client, const std::string& path);
+    using Statuses = std::vector<std::optional<IMAPClient::MailboxStatus>>;
+    static Async<Statuses> statusesOf(Client client, std::vector<std::string> paths);
     Async<MailboxDelta> syncFrom(const std::string& path, SyncState stored);
     Async<std::vector<SyncedMessage>> firstMessages(const Client& client, const std::string& path, std::int64_t exists);
     Async<std::vector<SyncedMessage>> newMessages(const Client& client, const std::string& path,
