@@ -214,6 +214,7 @@ char32_t nextCodePoint(std::string_view utf8, std::size_t& position) {
 }
 
 std::string_view firstCodePoints(std::string_view utf8, std::size_t count) {
+    if (utf8.size() <= count) return utf8;
     // A code point ends where a byte follows that begins another.
     for (std::size_t i = 0; i < utf8.size(); ++i) {
         const bool begins = (static_cast<unsigned char>(utf8[i]) & 0xC0) != 0x80;

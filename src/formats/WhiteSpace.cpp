@@ -37,8 +37,16 @@ std::string collapsedWhiteSpace(std::string_view utf8, std::size_t enough) {
             i += length;
             continue;
         }
+        // Words with one space between them are a run as well.
         const std::size_t start = i++;
-        while (i < utf8.size() && !maySpace[static_cast<unsigned char>(utf8[i])]) ++i;
+        while (i < utf8.size()) {
+            if (maySpace[static_cast<unsigned char>(utf8[i])]) {
+                const bool isSingle =
+                    utf8[i] == ' ' && i + 1 < utf8.size() && !maySpace[static_cast<unsigned char>(utf8[i + 1])];
+                if (!isSingle || out.size() + (i - start) >= enough) break;
+            }
+            ++i;
+        }
         if (gap && !out.empty()) out += ' ';
         gap = false;
         out += utf8.substr(start, i - start);

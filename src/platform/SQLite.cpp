@@ -59,7 +59,7 @@ int openFlags(DatabaseOptions::Access access) {
 }
 
 std::string pragmas(const DatabaseOptions& options) {
-    std::string sql;
+    std::string sql = "PRAGMA page_size=8192;";
     if (options.access != DatabaseOptions::Access::readOnly)
         sql += options.journal == DatabaseOptions::Journal::writeAhead ? "PRAGMA journal_mode=WAL;"
                                                                        : "PRAGMA journal_mode=DELETE;";

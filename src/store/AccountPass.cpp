@@ -24,7 +24,8 @@ std::vector<MailboxEntry> inOrder(std::vector<MailboxEntry> entries, const PassH
     return entries;
 }
 
-/// The state of one pass. A mailbox is written while the next one is fetched; never more than one waits.
+/// The state of one pass. While a mailbox is fetched, the one before it is written and the next one prepared, so that
+/// the server never waits for the store.
 class Pass {
   public:
     Pass(SyncEngine& engine, SyncWriter& writer, UUID accountID, LabelNewMail labelNewMail, PassHooks hooks)
@@ -43,9 +44,10 @@ class Pass {
         const auto entries = inOrder(all, hooks_);
         std::exception_ptr failure;
         try {
+            if (!entries.empty()) co_await prepare(entries.front().path);
             for (std::size_t i = 0; i < entries.size(); ++i) {
                 tellProgress(entries, i);
-                co_await step(entries[i].path);
+                co_await step(i + 1 < entries.size() ? &entries[i + 1].path : nullptr);
             }
         } catch (...) {
             failure = std::current_exception();
@@ -57,11 +59,12 @@ class Pass {
     }
 
   private:
-    struct Fetched {
+    struct Mailbox {
         std::string path;
-        MailboxDelta delta;
         std::shared_ptr<void> claim;
         SyncWriter::Reading reading;
+        SyncState held;
+        MailboxDelta delta;
     };
 
     void tellProgress(const std::vector<MailboxEntry>& entries, std::size_t index) {
@@ -73,30 +76,43 @@ class Pass {
         hooks_.onProgress(progress);
     }
 
-    /// Fetches one mailbox, and writes the one before.
-    Async<void> step(const std::string& path) {
-        Fetched next;
-        next.path = path;
+    /// Takes hold of a mailbox, unless somebody else syncs it, and reads what is held of it.
+    Async<void> prepare(const std::string& path) {
+        Mailbox mailbox;
+        mailbox.path = path;
         if (hooks_.claim) {
-            next.claim = hooks_.claim(path);
-            if (!next.claim) co_return;
+            mailbox.claim = hooks_.claim(path);
+            if (!mailbox.claim) co_return;
         }
-        next.reading = writer_.localChanges().beginReading();
-        const SyncState held = co_await writer_.syncState(accountID_, path);
-        co_await both([this] { return write(); },
-                      [&]() -> Async<void> { next.delta = co_await engine_.syncMailbox(path, held); });
+        mailbox.reading = writer_.localChanges().beginReading();
+        mailbox.held = co_await writer_.syncState(accountID_, path);
+        prepared_ = std::move(mailbox);
+    }
+
+    /// Fetches the prepared mailbox, writes the one before, and prepares the next.
+    Async<void> step(const std::string* next) {
+        std::optional<Mailbox> mailbox = std::exchange(prepared_, std::nullopt);
+        const auto fetch = [&]() -> Async<void> {
+            if (mailbox) mailbox->delta = co_await engine_.syncMailbox(mailbox->path, std::move(mailbox->held));
+        };
+        const auto store = [&]() -> Async<void> {
+            co_await write();
+            if (next != nullptr) co_await prepare(*next);
+        };
+        co_await both(store, fetch);
+        if (!mailbox) co_return;
         ++result_.mailboxes;
-        result_.newMessages += next.delta.newMessages.size();
-        result_.vanished += next.delta.vanished.size();
-        waiting_ = std::move(next);
+        result_.newMessages += mailbox->delta.newMessages.size();
+        result_.vanished += mailbox->delta.vanished.size();
+        waiting_ = std::move(mailbox);
     }
 
     Async<void> write() {
         if (!waiting_) co_return;
-        Fetched fetched = std::move(*waiting_);
+        Mailbox mailbox = std::move(*waiting_);
         waiting_.reset();
-        auto applied = co_await writer_.apply(std::move(fetched.delta), accountID_, fetched.path, labelNewMail_,
-                                              std::move(fetched.reading));
+        auto applied = co_await writer_.apply(std::move(mailbox.delta), accountID_, mailbox.path, labelNewMail_,
+                                              std::move(mailbox.reading));
         if (hooks_.onStored) hooks_.onStored(std::move(applied));
     }
 
@@ -105,7 +121,8 @@ class Pass {
     UUID accountID_;
     LabelNewMail labelNewMail_;
     PassHooks hooks_;
-    std::optional<Fetched> waiting_; ///< fetched and not yet written
+    std::optional<Mailbox> prepared_; ///< to be fetched next
+    std::optional<Mailbox> waiting_;  ///< fetched and not yet written
     PassResult result_;
 };
 

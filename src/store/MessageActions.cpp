@@ -159,7 +159,7 @@ Taken MessageActions::State::takeOut(const Records& records, Destinations destin
     if (records.empty()) return {};
     // The one before begins first, so that commands keep the order of the actions.
     pending->commit();
-    const auto ids = idsOf(records);
+    auto ids = idsOf(records);
     if (hooks.selectNext) hooks.selectNext(ids);
     leaving->hide(records);
     PendingAction::Step step;
