@@ -114,20 +114,13 @@ MemoryUse memoryOf(pid_t process) {
 
 Activity activityOf(pid_t process) {
     Activity activity;
-    const auto files = kernelFiles(process);
-    std::ifstream file(files / "stat");
-    std::string stat;
-    std::getline(file, stat);
-    // Behind the name, which may hold anything, the 12th and 13th are the ticks of both kinds (proc(5)).
-    std::istringstream fields(stat.substr(stat.rfind(')') + 1));
-    std::string skipped;
-    for (int i = 0; i < 11; ++i) fields >> skipped;
-    std::int64_t user = 0, system = 0;
-    fields >> user >> system;
-    activity.processorMilliseconds =
-        static_cast<double>(user + system) * 1000 / static_cast<double>(::sysconf(_SC_CLK_TCK));
-    for (const auto& thread : std::filesystem::directory_iterator(files / "task"))
+    for (const auto& thread : std::filesystem::directory_iterator(kernelFiles(process) / "task")) {
+        // The first number is its time on a processor in nanoseconds; the clock ticks of `stat` are too coarse.
+        std::int64_t nanoseconds = 0;
+        std::ifstream(thread.path() / "schedstat") >> nanoseconds;
+        activity.processorMilliseconds += static_cast<double>(nanoseconds) / 1e6;
         activity.wakeUps += numberIn(thread.path() / "status", "voluntary_ctxt_switches");
+    }
     return activity;
 }
 
