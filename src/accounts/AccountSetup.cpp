@@ -2,6 +2,7 @@
 
 #include "base/Localisation.h"
 #include "base/Text.h"
+#include "formats/IMAPAddress.h"
 
 namespace velmo {
 

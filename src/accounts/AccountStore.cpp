@@ -2,6 +2,7 @@
 
 #include "accounts/ServerProbe.h"
 #include "base/Localisation.h"
+#include "formats/IMAPAddress.h"
 #include "platform/CaseFolding.h"
 #include "platform/Log.h"
 

@@ -2,6 +2,7 @@
 
 #include "base/Localisation.h"
 #include "base/Text.h"
+#include "formats/IMAPAddress.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -132,10 +133,6 @@ std::optional<MailProvider> providerOfDomain(std::string_view domain) {
     return std::nullopt;
 }
 
-bool isBlankOrControl(char c) {
-    return c == ' ' || static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
-}
-
 }
 
 std::string_view rawText(MailProvider provider) {
@@ -164,15 +161,6 @@ std::optional<ServerPair> defaultServers(MailProvider provider) {
     const auto& [host, port, security] = row.outgoing;
     return ServerPair(ServerConfig(std::string(row.incomingHost), imapPort, Security::tls),
                       ServerConfig(std::string(host), port, security));
-}
-
-std::optional<std::string> domainOf(std::string_view email) {
-    const auto pieces = text::split(email, '@');
-    if (pieces.size() != 2 || pieces[0].empty()) return std::nullopt;
-    if (std::ranges::any_of(email, isBlankOrControl)) return std::nullopt;
-    std::string domain = text::lowered(pieces[1]);
-    if (domain.find('.') == std::string::npos || domain.front() == '.') return std::nullopt;
-    return domain;
 }
 
 std::optional<MailProvider> detectedProvider(std::string_view email) {

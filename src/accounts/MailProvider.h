@@ -46,10 +46,6 @@ SignInKind signInKind(MailProvider provider);
 /// The provider's public servers; absent for `other`.
 std::optional<ServerPair> defaultServers(MailProvider provider);
 
-/// The lower-case domain of an address that is whole: one "@" with something before it, a "." in what follows but not
-/// at its start, no blank or control character anywhere. Absent for any other text.
-std::optional<std::string> domainOf(std::string_view email);
-
 /// The provider that has the address's domain; absent when none of the known ones has.
 std::optional<MailProvider> detectedProvider(std::string_view email);
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "base/Date.h"
-#include "protocols/IMAPAddress.h"
+#include "formats/IMAPAddress.h"
 #include "protocols/IMAPValue.h"
 
 #include <optional>

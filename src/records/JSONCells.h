@@ -1,6 +1,6 @@
 #pragma once
 
-#include "protocols/IMAPAddress.h"
+#include "formats/IMAPAddress.h"
 #include "records/AttachmentInfo.h"
 
 #include <span>

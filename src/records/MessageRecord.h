@@ -2,7 +2,7 @@
 
 #include "base/Date.h"
 #include "base/UUID.h"
-#include "protocols/IMAPAddress.h"
+#include "formats/IMAPAddress.h"
 #include "records/AttachmentInfo.h"
 #include "records/MailboxRecord.h"
 

@@ -3,6 +3,7 @@
 #include "accounts/AccountSetup.h"
 #include "accounts/MailAccount.h"
 #include "accounts/ProviderHelp.h"
+#include "formats/IMAPAddress.h"
 
 #include <gtest/gtest.h>
 #include <set>

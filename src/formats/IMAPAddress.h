@@ -4,6 +4,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace velmo {
 
@@ -19,6 +20,10 @@ struct IMAPAddress {
     friend bool operator==(const IMAPAddress&, const IMAPAddress&) = default;
     friend auto operator<=>(const IMAPAddress&, const IMAPAddress&) = default;
 };
+
+/// The lower-case domain of an address that is whole: one "@" with something before it, a "." in what follows but not
+/// at its start, no blank or control character anywhere. Absent for any other text.
+std::optional<std::string> domainOf(std::string_view email);
 
 }
 
