@@ -39,8 +39,8 @@ struct OutgoingCalendar {
 
 /// A message that this system sends, stores as a draft or files as sent. Texts are UTF-8.
 struct OutgoingMessage {
-    /// An empty message of now, with an identifier of its own in the domain of the sender.
-    explicit OutgoingMessage(IMAPAddress from);
+    /// An empty message, with an identifier of its own in the domain of the sender.
+    OutgoingMessage(IMAPAddress from, Date date);
 
     IMAPAddress from;
     std::vector<IMAPAddress> to, cc, bcc;
