@@ -2,7 +2,7 @@
 
 #include "base/Localisation.h"
 #include "base/Text.h"
-#include "terminal/LocalTime.h"
+#include "terminal/DateWords.h"
 #include "terminal/MessageJSON.h"
 
 #include <algorithm>

@@ -6,7 +6,7 @@
 #include "formats/HeaderWords.h"
 #include "formats/MailDate.h"
 #include "terminal/AttachmentFiles.h"
-#include "terminal/LocalTime.h"
+#include "terminal/DateWords.h"
 #include "terminal/MessageJSON.h"
 
 #include <CLI/CLI.hpp>

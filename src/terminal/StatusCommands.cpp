@@ -1,7 +1,7 @@
 #include "terminal/StatusCommands.h"
 
 #include "base/Localisation.h"
-#include "terminal/LocalTime.h"
+#include "terminal/DateWords.h"
 #include "terminal/MessageRows.h"
 
 #include <CLI/CLI.hpp>

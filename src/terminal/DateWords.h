@@ -6,10 +6,8 @@
 
 namespace velmo {
 
-/// What the machine's time zone shows at that moment.
-CivilTime localTime(Date date);
-
-/// For a list: "09:41" today, "22 Nov" this year, "2025-11-22" otherwise. Nine columns at most.
+/// The moment in the machine's time zone, for a list: "09:41" today, "22 Nov" this year, "2025-11-22" otherwise. Nine
+/// columns at most.
 std::string shortDate(Date date, Date now);
 
 /// "Sun, 22 Nov 2026, 09:41"

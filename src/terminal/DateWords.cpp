@@ -1,9 +1,10 @@
-#include "terminal/LocalTime.h"
+#include "terminal/DateWords.h"
 
 #include "base/Localisation.h"
+#include "platform/LocalTime.h"
 
 #include <array>
-#include <ctime>
+#include <chrono>
 
 namespace velmo {
 
@@ -16,13 +17,6 @@ std::string month(const CivilTime& time) {
     return tr(months.at(static_cast<std::size_t>(time.month - 1)));
 }
 
-}
-
-CivilTime localTime(Date date) {
-    const std::time_t seconds = std::chrono::floor<std::chrono::seconds>(date).time_since_epoch().count();
-    std::tm local{};
-    if (localtime_r(&seconds, &local) == nullptr) return civilTime(date);
-    return civilTime(date, std::chrono::floor<std::chrono::minutes>(std::chrono::seconds{local.tm_gmtoff}));
 }
 
 std::string shortDate(Date date, Date now) {
