@@ -2,6 +2,7 @@
 #include "protocols/IMAPClient.h"
 #include "protocols/IMAPSession.h"
 #include "protocols/IMAPSyntax.h"
+#include "protocols/SASL.h"
 
 #include <utility>
 
@@ -9,25 +10,12 @@ namespace velmo {
 
 namespace {
 
-std::string plainResponse(const MailCredential& credential) {
-    std::string message(1, '\0');
-    message += credential.username();
-    message += '\0';
-    message += credential.secret();
-    return text::base64(message);
-}
-
-std::string xoauth2Response(const MailCredential& credential) {
-    return text::base64("user=" + credential.username() + "\x01" + "auth=Bearer " + credential.secret() + "\x01\x01");
-}
-
-/// Every form in which the secret goes out, since a server may repeat what it got.
-std::vector<std::string> secretForms(const MailCredential& credential) {
-    const std::string& secret = credential.secret();
-    if (secret.empty()) return {};
-    const std::string quoted = imapQuoted(secret);
-    return {secret, quoted.substr(1, quoted.size() - 2), text::base64(secret), plainResponse(credential),
-            xoauth2Response(credential)};
+/// With the form of LOGIN.
+std::vector<std::string> imapSecretForms(const MailCredential& credential) {
+    std::vector<std::string> forms = secretForms(credential);
+    const std::string quoted = imapQuoted(credential.secret());
+    forms.push_back(quoted.substr(1, quoted.size() - 2));
+    return forms;
 }
 
 std::vector<std::string_view> wordsOfCode(const std::optional<std::string>& code) {
@@ -43,7 +31,7 @@ Async<void> IMAPClient::connect() {
 Async<void> IMAPClient::openSession() {
     if (session_) co_return;
     refuseUnfitCredential();
-    const Session session = std::make_shared<IMAPSession>(executor_, clock_, server_, secretForms(credential_));
+    const Session session = std::make_shared<IMAPSession>(executor_, clock_, server_, imapSecretForms(credential_));
     session_ = session;
     try {
         co_await greet(*session);

@@ -5,6 +5,7 @@
 #include "base/Clock.h"
 #include "protocols/IMAPResponse.h"
 #include "protocols/MailConnection.h"
+#include "protocols/SecretMask.h"
 #include "protocols/ServerConfig.h"
 
 #include <cstddef>
@@ -29,15 +30,12 @@ class IMAPSession {
     void startTLS() { connection_.startTLS(); }
     void close() { connection_.close(); }
 
-    /// The beginning of the text, up to `limit` bytes of it, with asterisks for each secret that begins there.
-    std::string withoutSecrets(BytesView text, std::size_t limit = Bytes::npos) const;
+    /// The text without secrets.
+    std::string withoutSecrets(BytesView text) const { return secrets_.masked(text); }
 
   private:
-    std::size_t secretLengthAt(BytesView text) const;
-
     MailConnection connection_;
-    std::vector<std::string> secrets_;
-    std::size_t longestSecret_ = 0;
+    SecretMask secrets_;
     /// The response that is arriving.
     Bytes bytes_;
     std::size_t literalBytesMissing_ = 0;
