@@ -3,9 +3,9 @@
 #include "accounts/AccountError.h"
 #include "accounts/ProbeStream.h"
 #include "base/Text.h"
+#include "protocols/SMTPReply.h"
 
 #include <string_view>
-#include <vector>
 
 namespace velmo {
 
@@ -54,45 +54,37 @@ Async<void> converseIMAP(ProbeStream& stream, Security security, const std::stri
 
 // --- SMTP --------------------------------------------------------------------------------------------------------
 
-struct Reply {
-    int code = 0;
-    /// What follows the code in each line.
-    std::vector<std::string> texts;
-};
-
-/// RFC 5321 §4.2
-Async<Reply> readReply(ProbeStream& stream) {
-    Reply reply;
-    while (true) {
+Async<SMTPReply> readReply(ProbeStream& stream) {
+    using Progress = SMTPReplyReader::Progress;
+    SMTPReplyReader reader;
+    for (Progress progress = Progress::more; progress == Progress::more;) {
         const std::string line = co_await stream.readLine();
-        const auto code = text::parseUnsigned32(std::string_view(line).substr(0, 3));
-        if (line.size() < 3 || !code) throw AccountError::unexpectedResponse(stream.protocol());
-        reply.code = static_cast<int>(*code);
-        reply.texts.push_back(line.size() > 4 ? line.substr(4) : std::string());
-        if (line.size() == 3 || line[3] == ' ') co_return reply;
+        progress = reader.take(line);
+        if (progress == Progress::broken) throw AccountError::unexpectedResponse(stream.protocol());
     }
+    co_return reader.reply();
 }
 
-Async<Reply> exchange(ProbeStream& stream, std::string_view command) {
+Async<SMTPReply> exchange(ProbeStream& stream, std::string_view command) {
     co_await stream.write(std::string(command) + "\r\n");
     co_return co_await readReply(stream);
 }
 
-Async<Reply> expectReply(ProbeStream& stream, std::string_view command, int code, AccountError otherwise) {
-    Reply reply = co_await exchange(stream, command);
+Async<SMTPReply> expectReply(ProbeStream& stream, std::string_view command, int code, AccountError otherwise) {
+    SMTPReply reply = co_await exchange(stream, command);
     if (reply.code != code) throw otherwise;
     co_return reply;
 }
 
 /// AUTH LOGIN is a relic; it is used only where the server offers it and nothing better.
-bool offersOnlyLogin(const Reply& greeting) {
-    for (const auto& line : greeting.texts)
+bool offersOnlyLogin(const SMTPReply& greeting) {
+    for (const auto& line : greeting.lines)
         if (text::startsWithIgnoringCase(line, "AUTH"))
             return text::containsIgnoringCase(line, "LOGIN") && !text::containsIgnoringCase(line, "PLAIN");
     return false;
 }
 
-Async<void> authenticate(ProbeStream& stream, const Reply& greeting, const std::string& username,
+Async<void> authenticate(ProbeStream& stream, const SMTPReply& greeting, const std::string& username,
                          const std::string& password) {
     const auto refused = AccountError::authenticationFailed(stream.protocol());
     if (offersOnlyLogin(greeting)) {
@@ -109,9 +101,9 @@ Async<void> converseSMTP(ProbeStream& stream, Security security, const std::stri
                          const std::string& password) {
     const auto unexpected = AccountError::unexpectedResponse(stream.protocol());
     constexpr std::string_view hello = "EHLO localhost";
-    const Reply welcome = co_await readReply(stream);
+    const SMTPReply welcome = co_await readReply(stream);
     if (welcome.code != 220) throw unexpected;
-    Reply greeting = co_await expectReply(stream, hello, 250, unexpected);
+    SMTPReply greeting = co_await expectReply(stream, hello, 250, unexpected);
     if (security == Security::startTLS) {
         co_await expectReply(stream, "STARTTLS", 220, unexpected);
         stream.startTLS();
