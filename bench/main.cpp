@@ -6,6 +6,7 @@
 #include "bench/IMAPBenchmark.h"
 #include "bench/ListBenchmark.h"
 #include "bench/MIMEBenchmark.h"
+#include "bench/OutgoingBenchmark.h"
 #include "bench/SearchBenchmark.h"
 #include "bench/SyncBenchmark.h"
 #include "bench/WriterBenchmark.h"
@@ -30,6 +31,7 @@ struct Matter {
 
 constexpr std::array matters{
     Matter{"mime", [](const auto&) { return benchMIME(); }},
+    Matter{"outgoing", [](const auto&) { return benchOutgoing(); }},
     Matter{"imap", [](const auto&) { return benchIMAP(); }},
     Matter{"writer", [](const auto&) { return benchWriter(); }},
     Matter{"lists", [](const auto&) { return benchLists(); }},
