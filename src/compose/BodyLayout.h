@@ -1,12 +1,14 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 
 /// How the text of a message is laid out: what the person wrote, the signature, the quote. A signature stands below a
-/// line "-- " (RFC 3676 §4.3). Texts are UTF-8 with LF between lines; all is linear in its input.
+/// line "-- " (RFC 3676 §4.3). Texts are UTF-8 with LF between lines; the time is linear in their
+/// length.
 namespace velmo {
 
 /// The line "-- " and the signature without outer white space; empty when the signature is.
@@ -30,9 +32,14 @@ struct LineRange {
     friend bool operator==(const LineRange&, const LineRange&) = default;
 };
 
-/// Where the signature stands among the lines of a body, its "-- " included. The given signature, where a block of it
-/// stands above what is forwarded. Otherwise all that follows the first line "-- " or "--", up to the next quote with
-/// the line that introduces it. Empty, at the place in front of the quote, when there is no such line either.
-LineRange signatureRange(std::span<const std::string_view> lines, std::string_view signature);
+/// The first line of the quote in a body, that which introduces it included; the number of lines when there is none.
+std::size_t quotePlace(std::span<const std::string_view> lines);
+
+/// Where the block of that signature stands, above what is forwarded; absent when it was changed or deleted.
+std::optional<LineRange> findSignature(std::span<const std::string_view> lines, std::string_view signature);
+
+/// The first line "-- " or "--" and all that follows it up to the next quote: a signature by its looks. Empty when
+/// there is no such line above what is forwarded.
+LineRange markedSignature(std::span<const std::string_view> lines);
 
 }

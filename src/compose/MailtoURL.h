@@ -19,7 +19,7 @@ struct MailtoURL {
     std::string body;                     ///< LF between lines
 
     /// Absent when the scheme is another one. Never fails otherwise: what is no address is left out, and a "%" that
-    /// encodes nothing stays. Linear in its input but for the search of double addresses, which is n log n.
+    /// encodes nothing stays. Linear in its input.
     static std::optional<MailtoURL> parse(std::string_view url);
 
     friend bool operator==(const MailtoURL&, const MailtoURL&) = default;
