@@ -114,6 +114,24 @@ Async<void> checkCancellation() {
     if (isCancelled(state)) throw Cancelled();
 }
 
+namespace detail {
+
+Async<bool> uninterrupted(Body body) {
+    co_await checkCancellation();
+    // A request is noted, and neither reaches the operation nor throws.
+    co_await asio::this_coro::reset_cancellation_state(asio::enable_terminal_cancellation(),
+                                                       asio::disable_cancellation());
+    co_await asio::this_coro::throw_if_cancelled(false);
+    const std::exception_ptr failure = co_await caught(std::move(body));
+    const auto state = co_await cancellationState;
+    co_await asio::this_coro::throw_if_cancelled(true);
+    if (!isCancelled(state)) co_await allowCancellation();
+    if (failure) std::rethrow_exception(failure);
+    co_return isCancelled(state);
+}
+
+}
+
 Executor makeStrand(const Executor& underlying) {
     return asio::make_strand(underlying);
 }

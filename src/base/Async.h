@@ -117,6 +117,20 @@ inline auto allowCancellation() {
 /// Ends the coroutine when it has been asked to end. A loop calls it after each wait.
 Async<void> checkCancellation();
 
+namespace detail {
+
+Async<bool> uninterrupted(Body body);
+
+}
+
+/// Runs `operation` (a callable that gives an `Async<void>`) to its end, whoever asks the coroutine to end meanwhile,
+/// and gives whether somebody has; then the next `co_await` throws, but for those of the four words. Begins nothing in
+/// a coroutine that has been asked to end before. What the operation throws is thrown.
+template <class F>
+Async<bool> uninterrupted(F operation) {
+    co_return co_await detail::uninterrupted([&operation]() -> Async<void> { co_await operation(); });
+}
+
 /// An executor that runs one thing at a time, over the threads of `underlying`.
 Executor makeStrand(const Executor& underlying);
 

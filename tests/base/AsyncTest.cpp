@@ -172,6 +172,40 @@ TEST(Cancellation, CanBeHeldOffToFinishWhatMustNotBeCut) {
     EXPECT_TRUE(noticed);
 }
 
+TEST(Cancellation, IsNotedWhileNothingMayInterrupt) {
+    Runtime runtime;
+    ManualClock clock;
+    std::string seen;
+    runtime.run([&]() -> Async<void> {
+        const auto wait = [&]() -> Async<void> { co_await clock.wait(1s); };
+        Task task(runtime.executors().main, [&]() -> Async<void> {
+            for (const char* ends : {"1", "2"}) {
+                const bool wasAsked = co_await uninterrupted(wait);
+                seen += wasAsked ? "asked" : ends;
+            }
+            co_await wait();
+            seen += "too far";
+        });
+        for (int round = 0; round < 2; ++round) {
+            co_await until([&] { return clock.waiting() == 1; });
+            if (round == 1) task.cancel();
+            co_await until([&] { return clock.waiting() == 1; });
+            clock.advance(1s);
+        }
+        co_await task.finished();
+        // Otherwise it ends at the next wait as before.
+        Task other(runtime.executors().main, [&]() -> Async<void> {
+            const auto nothing = []() -> Async<void> { co_return; };
+            co_await uninterrupted(nothing);
+            co_await wait();
+        });
+        co_await until([&] { return clock.waiting() == 1; });
+        other.cancel();
+        co_await other.finished();
+    });
+    EXPECT_EQ(seen, "1asked");
+}
+
 TEST(Runtime, EndsEveryTaskBeforeItGoes) {
     constexpr int rounds = 20;
     ManualClock clock;
