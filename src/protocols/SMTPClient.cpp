@@ -131,37 +131,38 @@ Async<void> sendEnvelope(SMTPSession& session, const Extensions& extensions, con
         co_await command(session, fmt::format("RCPT TO:<{}>", recipient), done, recipient);
 }
 
-/// The answer to the whole message. A cancellation shortens the wait for it and does not end it.
-Async<SMTPReply> lastReply(SMTPSession& session) {
+/// The next reply; absent when the send is cancelled first.
+Async<std::optional<SMTPReply>> replyUnlessCancelled(SMTPSession& session) {
     try {
         co_return co_await session.readReply(smtpReplyTimeout);
     } catch (...) {
         if (!isCancellation(std::current_exception())) throw;
     }
-    co_await ignoreCancellation();
-    co_return co_await session.readReply(smtpLastReplyGrace);
+    co_return std::nullopt;
 }
 
-/// Ends the message and waits for what becomes of it. From here on the server may have it all.
-Async<SMTPReply> finishMessage(SMTPSession& session, const std::string& host) {
+/// Ends the message and waits for what becomes of it. From here on the server may have it all, so a cancellation
+/// shortens the wait and does not end it.
+Async<SMTPReply> finishMessage(SMTPSession& session) {
     try {
-        co_await session.write("\r\n.\r\n");
-        co_return co_await lastReply(session);
+        const auto end = [&]() -> Async<void> { return session.write("\r\n.\r\n"); };
+        const bool wasCancelled = co_await uninterrupted(end);
+        std::optional<SMTPReply> reply;
+        if (!wasCancelled) reply = co_await replyUnlessCancelled(session);
+        if (reply) co_return *reply;
+        co_await ignoreCancellation();
+        co_return co_await session.readReply(smtpLastReplyGrace);
     } catch (const MailConnectionError& error) {
         throw SMTPError::connection(error).asUncertain();
     } catch (const SMTPError& error) {
         throw error.asUncertain();
-    } catch (...) {
-        if (!isCancellation(std::current_exception())) throw;
-        throw SMTPError::connection(MailConnectionError::cannotConnect(host)).asUncertain();
     }
 }
 
-Async<void> sendMessage(SMTPSession& session, const std::string& host, BytesView message) {
+Async<void> sendMessage(SMTPSession& session, BytesView message) {
     co_await command(session, "DATA", startMessage, "data");
     co_await session.write(dotStuffed(message));
-    co_await checkCancellation();
-    const SMTPReply reply = co_await finishMessage(session, host);
+    const SMTPReply reply = co_await finishMessage(session);
     if (reply.code == done) co_return;
     const SMTPError refusal = session.rejected("message", reply);
     // Only a code of 400 or more says that the server did not take the message (RFC 5321 §4.2.1).
@@ -188,7 +189,7 @@ Async<void> sendBySMTP(Executor io, Clock& clock, ServerConfig server, MailCrede
             const Extensions extensions = co_await open(session, server.security);
             co_await signIn(session, extensions, credential);
             co_await sendEnvelope(session, extensions, envelope, message->size());
-            co_await sendMessage(session, server.host, *message);
+            co_await sendMessage(session, *message);
         } catch (const MailConnectionError& error) {
             throw SMTPError::connection(error);
         }
