@@ -217,6 +217,7 @@ bool MessageTable::change(std::int64_t id, const MessageChange& change) {
         };
         set("isSeen", change.isSeen, held->isSeen);
         set("isFlagged", change.isFlagged, held->isFlagged);
+        set("isAnswered", change.isAnswered, held->isAnswered);
         set("hasBody", change.hasBody, held->hasBody);
         set("snippet", change.snippet, held->snippet);
         set("categoryRaw", change.categoryRaw, held->categoryRaw);

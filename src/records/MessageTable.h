@@ -52,6 +52,7 @@ struct StoredFlags {
 struct MessageChange {
     std::optional<bool> isSeen;
     std::optional<bool> isFlagged;
+    std::optional<bool> isAnswered;
     std::optional<bool> hasBody;
     std::optional<std::string> snippet;
     std::optional<std::string> categoryRaw;

@@ -9,17 +9,28 @@ namespace velmo {
 
 namespace {
 
-const char* nameOf(FlagChanges::Flag flag) {
-    return flag == FlagChanges::Flag::seen ? "\\Seen" : "\\Flagged";
+/// Where a flag stands in a record, and in a change of one.
+struct FlagFields {
+    bool MessageRecord::*held;
+    std::optional<bool> MessageChange::*changed;
+};
+
+FlagFields fieldsOf(FlagChanges::Flag flag) {
+    switch (flag) {
+    case FlagChanges::Flag::seen: return {&MessageRecord::isSeen, &MessageChange::isSeen};
+    case FlagChanges::Flag::flagged: return {&MessageRecord::isFlagged, &MessageChange::isFlagged};
+    case FlagChanges::Flag::answered: break;
+    }
+    return {&MessageRecord::isAnswered, &MessageChange::isAnswered};
 }
 
 bool valueOf(const MessageRecord& record, FlagChanges::Flag flag) {
-    return flag == FlagChanges::Flag::seen ? record.isSeen : record.isFlagged;
+    return record.*fieldsOf(flag).held;
 }
 
 MessageChange changeTo(FlagChanges::Flag flag, bool value) {
     MessageChange change;
-    (flag == FlagChanges::Flag::seen ? change.isSeen : change.isFlagged) = value;
+    change.*fieldsOf(flag).changed = value;
     return change;
 }
 
@@ -69,7 +80,7 @@ Async<void> FlagChanges::run(std::weak_ptr<FlagChanges> weak, Sent sent) {
     if (const auto self = weak.lock()) engine = self->engines_.engineOf(sent.group.mailbox.accountID);
     CommandOutcome outcome = CommandOutcome::cancelled();
     if (engine) {
-        auto command = setFlagOnServer(engine, sent.group, sent.change, nameOf(sent.flag));
+        auto command = setFlagOnServer(engine, sent.group, sent.change, std::string(LocalChanges::nameOf(sent.flag)));
         outcome = co_await std::move(command);
     }
     if (const auto self = weak.lock()) self->ended(sent, outcome);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "accounts/MailAccount.h"
+#include "base/Async.h"
 #include "sync/MailboxDelta.h"
 
 #include <vector>
@@ -21,6 +22,9 @@ class MailService {
 
     /// The store has started; called at each start, which may be repeated.
     virtual void start() {}
+
+    /// The store is about to stop; ends what is under way.
+    virtual Async<void> stop() { co_return; }
 
     /// Mail of an account has been brought up to date.
     virtual void checked(const MailAccount&, Check) {}

@@ -26,7 +26,8 @@ MailStore::MailStore(MailStoreParts parts)
       lists_(std::make_shared<MessageLists>(environment_, status_, directory_)),
       selection_(environment_, *lists_),
       sync_(std::make_shared<AccountSync>(environment_, status_, directory_, engines_, syncHooks())),
-      actions_(std::make_shared<MessageActions>(environment_, status_, directory_, engines_, actionHooks())) {
+      actions_(std::make_shared<MessageActions>(environment_, status_, directory_, engines_, actionHooks())),
+      filing_(directory_, engines_, actions_, sync_) {
     bodies_->onStored = [weak = std::weak_ptr(prefetch_)](std::size_t bytes) {
         if (const auto prefetch = weak.lock()) prefetch->noteStored(bytes);
     };
@@ -178,6 +179,7 @@ void MailStore::refreshVisible() {
 Async<void> MailStore::stop() {
     if (std::exchange(isStopping_, true)) co_return;
     actions_->commitPendingAction();
+    for (const auto& service : services_) co_await service->stop();
     std::vector<UUID> all;
     for (const auto& [id, loop] : loops_) all.push_back(id);
     for (const auto& id : all) co_await endLoop(id);

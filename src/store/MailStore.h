@@ -5,6 +5,7 @@
 #include "store/AccountSync.h"
 #include "store/BodyPrefetch.h"
 #include "store/BodyStore.h"
+#include "store/MailFiling.h"
 #include "store/MailService.h"
 #include "store/MessageActions.h"
 #include "store/MessageLists.h"
@@ -77,6 +78,7 @@ class MailStore {
     MailboxDirectory& mailboxes() { return directory_; }
     AccountSync& sync() { return *sync_; }
     MessageActions& actions() { return *actions_; }
+    MailFiling& filing() { return filing_; }
     MessageLists& lists() { return *lists_; }
     Selection& selection() { return selection_; }
     BodyStore& bodies() { return *bodies_; }
@@ -114,6 +116,7 @@ class MailStore {
     Selection selection_;
     std::shared_ptr<AccountSync> sync_;
     std::shared_ptr<MessageActions> actions_;
+    MailFiling filing_;
     std::vector<std::unique_ptr<MailService>> services_;
     sigc::signal<void(const MailAccount&, const std::vector<SyncedMessage>&)> mailArrived_;
     std::map<UUID, Task> loops_;

@@ -10,16 +10,25 @@ namespace {
 
 /// Gives the flag this value among those of a message; false when it had it.
 bool put(std::set<std::string>& flags, LocalChanges::Flag flag, bool value) {
-    const std::string name = flag == LocalChanges::Flag::seen ? "\\Seen" : "\\Flagged";
+    const std::string_view name = LocalChanges::nameOf(flag);
     const auto isIt = [&](const std::string& other) { return text::equalsIgnoringCase(other, name); };
     if (std::ranges::any_of(flags, isIt) == value) return false;
     if (value)
-        flags.insert(name);
+        flags.emplace(name);
     else
         std::erase_if(flags, isIt);
     return true;
 }
 
+}
+
+std::string_view LocalChanges::nameOf(Flag flag) {
+    switch (flag) {
+    case Flag::seen: return "\\Seen";
+    case Flag::flagged: return "\\Flagged";
+    case Flag::answered: break;
+    }
+    return "\\Answered";
 }
 
 // --- Readings ----------------------------------------------------------------------------------------------------

@@ -10,6 +10,7 @@
 #include <optional>
 #include <set>
 #include <span>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -20,7 +21,10 @@ namespace velmo {
 /// take the change back until the next sync. May be used from any executor; made by `std::make_shared`.
 class LocalChanges : public std::enable_shared_from_this<LocalChanges> {
   public:
-    enum class Flag { seen, flagged };
+    enum class Flag { seen, flagged, answered };
+
+    /// As servers call it (RFC 3501 §2.3.2).
+    static std::string_view nameOf(Flag flag);
 
     /// What is asked of the server about mailboxes, from before the question until the answer is stored. To be used
     /// inside the transaction that stores it, so that no change comes between.

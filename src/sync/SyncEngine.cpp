@@ -402,6 +402,20 @@ Async<bool> SyncEngine::moveByMessageID(std::string path, std::string messageID,
                  });
 }
 
+Async<void> SyncEngine::replaceByMessageID(std::string path, std::string messageID, std::vector<std::string> flags,
+                                           Bytes message) {
+    return runOn(strand_,
+                 [this, path = std::move(path), messageID = std::move(messageID), flags = std::move(flags),
+                  message = std::move(message)]() mutable -> Async<void> {
+                     const Client client = co_await connectedClient();
+                     const auto older = co_await search(client, path, "HEADER Message-ID " + imapQuoted(messageID));
+                     co_await client->locked([&] { return client->append(path, flags, std::move(message)); });
+                     if (older.empty()) co_return;
+                     const std::string set = uidSet(older);
+                     co_await client->locked([&] { return client->deleteMessages(path, set); });
+                 });
+}
+
 Async<bool> SyncEngine::deleteByMessageID(std::string path, std::string messageID) {
     return runOn(strand_, [this, path = std::move(path), messageID = std::move(messageID)]() -> Async<bool> {
         const Client client = co_await connectedClient();

@@ -68,6 +68,10 @@ class SyncEngine {
     Async<bool> moveByMessageID(std::string path, std::string messageID, std::string destination,
                                 std::optional<std::vector<std::string>> clearFlags);
 
+    /// Puts a message into a mailbox, in the place of those with its Message-ID: they go once it is in.
+    Async<void> replaceByMessageID(std::string path, std::string messageID, std::vector<std::string> flags,
+                                   Bytes message);
+
     /// Deletes the message with this Message-ID; false when there is none.
     Async<bool> deleteByMessageID(std::string path, std::string messageID);
 

@@ -1,0 +1,31 @@
+#include "store/MailFiling.h"
+
+namespace velmo {
+
+Async<void> MailFiling::saveDraft(MailAccount account, std::string messageID, Bytes message) {
+    return replace(std::move(account), MailboxRole::drafts, std::move(messageID), {"\\Draft", "\\Seen"},
+                   std::move(message));
+}
+
+Async<void> MailFiling::fileSent(MailAccount account, std::string messageID, Bytes message) {
+    return replace(std::move(account), MailboxRole::sent, std::move(messageID), {"\\Seen"}, std::move(message));
+}
+
+Async<void> MailFiling::replace(MailAccount account, MailboxRole role, std::string messageID,
+                                std::vector<std::string> flags, Bytes message) {
+    const std::string path = co_await actions_->roleMailbox(account, role);
+    const auto engine = engines_.engine(account);
+    co_await engine->replaceByMessageID(path, std::move(messageID), std::move(flags), std::move(message));
+    co_await sync_->syncMailboxAfresh(account, path);
+}
+
+Async<void> MailFiling::deleteDraft(MailAccount account, std::string messageID) {
+    const auto drafts = directory_.mailbox(MailboxRole::drafts, account.id);
+    if (!drafts) co_return;
+    const std::string path = drafts->path;
+    const auto engine = engines_.engine(account);
+    const bool isGone = co_await engine->deleteByMessageID(path, std::move(messageID));
+    if (isGone) co_await sync_->syncMailboxAfresh(account, path);
+}
+
+}

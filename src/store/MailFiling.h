@@ -1,0 +1,45 @@
+#pragma once
+
+#include "base/Async.h"
+#include "base/Bytes.h"
+#include "store/AccountEngines.h"
+#include "store/AccountSync.h"
+#include "store/MailboxDirectory.h"
+#include "store/MessageActions.h"
+
+#include <memory>
+#include <string>
+
+namespace velmo {
+
+/// The person's own messages on the server: drafts, and copies of what was sent. Lives on the main executor; what it is
+/// made of outlives its operations.
+///
+/// Each throws what the server refuses (IMAPError, MailConnectionError); the mailbox that it changed is brought up to
+/// date afterwards, which fails silently.
+class MailFiling {
+  public:
+    MailFiling(MailboxDirectory& directory, AccountEngines& engines, std::shared_ptr<MessageActions> actions,
+               std::shared_ptr<AccountSync> sync)
+        : directory_(directory), engines_(engines), actions_(std::move(actions)), sync_(std::move(sync)) {}
+
+    /// Stores a draft in the place of the one with its Message-ID, which goes once the new one is in.
+    Async<void> saveDraft(MailAccount account, std::string messageID, Bytes message);
+
+    /// Deletes the draft with this Message-ID, where there is one.
+    Async<void> deleteDraft(MailAccount account, std::string messageID);
+
+    /// Puts a copy of what was sent among the sent mail; one that is there already stays the only one.
+    Async<void> fileSent(MailAccount account, std::string messageID, Bytes message);
+
+  private:
+    Async<void> replace(MailAccount account, MailboxRole role, std::string messageID, std::vector<std::string> flags,
+                        Bytes message);
+
+    MailboxDirectory& directory_;
+    AccountEngines& engines_;
+    std::shared_ptr<MessageActions> actions_;
+    std::shared_ptr<AccountSync> sync_;
+};
+
+}
