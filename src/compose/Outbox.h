@@ -1,0 +1,139 @@
+#pragma once
+
+#include "base/Async.h"
+#include "base/Flag.h"
+#include "base/Observed.h"
+#include "base/Task.h"
+#include "compose/OutboxFiles.h"
+#include "compose/OutboxItem.h"
+#include "protocols/NetworkMonitor.h"
+#include "protocols/SMTPClient.h"
+#include "store/MailService.h"
+#include "store/MailStore.h"
+
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace velmo {
+
+using OutboxItemPointer = std::shared_ptr<const OutboxItem>;
+
+/// The messages on their way out. Whatever a person sends waits here first: for the few seconds in which it can be
+/// taken back, or for the time that was chosen. Each item is a file of its own, so that it outlives the process.
+///
+/// An item whose server can't be reached is tried again every minute, whatever it takes; one that the server refuses
+/// waits for the person. It keeps its Message-ID at each attempt. When the connection dies between the end of the
+/// message and the server's answer, nobody knows whether it arrived: it goes again, and this is the one moment from
+/// which a second copy can come, beside the end of the process between that answer and the removal of the file.
+///
+/// Lives on the main executor; files are written and messages built on the background executor. Its operations throw
+/// FileError when the disk refuses, and then nothing has changed.
+class Outbox final : public MailService {
+  public:
+    /// How a message is handed to a server; `sendBySMTP` but in tests.
+    using Transport =
+        std::function<Async<void>(MailAccount, MailCredential, SMTPEnvelope, std::shared_ptr<const Bytes>)>;
+
+    struct Parts {
+        Parts(MailStore& mail_, Settings& settings_, NetworkMonitor& network_, std::filesystem::path folder_)
+            : mail(mail_), settings(settings_), network(network_), folder(std::move(folder_)) {}
+
+        MailStore& mail;
+        Settings& settings;
+        NetworkMonitor& network;
+        /// Empty for an outbox that keeps nothing.
+        std::filesystem::path folder;
+        Transport transport; ///< absent: SMTP
+    };
+
+    /// What `parts` refers to outlives the outbox; `stop` is to be awaited before it goes.
+    explicit Outbox(Parts parts);
+    ~Outbox() override;
+
+    /// Waiting, being sent, and failed.
+    Observed<std::vector<OutboxItemPointer>> items;
+    /// Those being sent right now.
+    Observed<std::set<UUID>> sending;
+
+    /// Reads the files, once, and sends what is due. Those of a process that has ended are sent as well.
+    void start() override;
+
+    /// Waits until `start` has read the files.
+    Async<void> loaded() { return loading_.finished(); }
+
+    /// Ends what is under way; what has not been sent stays.
+    Async<void> stop() override;
+
+    /// The item is on the disk when this ends.
+    Async<void> enqueue(OutboxItem item);
+
+    /// Takes an item back, for `claim`. False when it is gone or being sent.
+    Async<bool> takeBack(UUID id);
+
+    /// Hands over an item that was taken back, once; null otherwise.
+    OutboxItemPointer claim(const UUID& id);
+
+    /// Sends an item that waits, now. False when it is gone or being sent.
+    Async<bool> retry(UUID id);
+
+    /// Drops an item and the draft of it on the server. False when it is gone or being sent.
+    Async<bool> discard(UUID id);
+
+    /// Null when there is none.
+    OutboxItemPointer item(const UUID& id) const;
+
+    /// Waits until nothing is due, being sent, or being filed.
+    Async<void> finished();
+
+    /// How long a send can be taken back: the setting "undoSendSeconds", or 10.
+    static std::chrono::seconds undoWindow(const Settings& settings);
+
+  private:
+    struct Built;
+
+    Async<void> load();
+    Async<void> run();
+    void sendDue();
+    bool isDue(const OutboxItem& item) const;
+    std::optional<Duration> untilNext() const;
+    Async<void> send(OutboxItemPointer item);
+    Async<Built> built(const MailAccount& account, const OutboxItem& item) const;
+    Async<void> sent(OutboxItemPointer item, MailAccount account, std::shared_ptr<const Bytes> message);
+    Async<void> failed(const OutboxItem& item, std::exception_ptr failure);
+    Async<void> fileSent(MailAccount account, OutboxItemPointer item, std::shared_ptr<const Bytes> message);
+    void afterwards(std::move_only_function<Async<void>()> body);
+    Async<void> write(const OutboxItem& item) const;
+    Async<void> removeFile(UUID id) const;
+    void erase(const UUID& id);
+    void put(OutboxItemPointer item);
+    void ended(const UUID& id);
+    void showBanner(std::string text, bool isError, std::optional<std::chrono::seconds> lifetime);
+
+    MailStore& mail_;
+    StoreEnvironment& environment_;
+    Settings& settings_;
+    NetworkMonitor& network_;
+    Transport transport_;
+    OutboxFiles files_;
+    Executor fileLane_; ///< one file operation at a time, in their order
+    std::map<UUID, OutboxItemPointer> handedOff_;
+    Flag changed_; ///< something may be due
+    Flag idle_;    ///< something has ended
+    std::map<UUID, Task> sends_;
+    std::vector<Task> afterwards_;
+    std::size_t unfinished_ = 0; ///< of `afterwards_`
+    Task loading_, timer_;
+    bool hasStarted_ = false;
+    bool isStopping_ = false;
+};
+
+/// True for servers that file what they send by themselves: a copy of ours would be a second one.
+bool filesSentMail(const MailAccount& account);
+
+}

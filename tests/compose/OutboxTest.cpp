@@ -1,0 +1,315 @@
+// The outbox against a server that does what the test says, and against real ones.
+
+#include "compose/Outbox.h"
+
+#include "base/ManualClock.h"
+#include "base/Text.h"
+#include "compose/Signatures.h"
+#include "formats/ParsedMessage.h"
+#include "support/ServerTest.h"
+#include "support/TemporaryDirectory.h"
+
+#include "store/StoreHome.h"
+
+#include <algorithm>
+#include <deque>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace velmo::test { namespace {
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+/// How the server answers a message.
+enum class Answer { accepts, refuses, breaks, hangs };
+
+class OutboxTest : public testing::Test {
+  protected:
+    OutboxTest()
+        : home_(StoreHome::accountAt(ServerConfig("127.0.0.1", 1, ServerConfig::Security::tls), "alice"), "x") {
+        open();
+    }
+    ~OutboxTest() override { close(); }
+
+    void open() {
+        store_ = std::make_unique<OpenStore>(home_, clock_);
+        network_ = std::make_unique<NetworkMonitor>(store_->runtime.executors().main, *clock_, path_);
+        Outbox::Parts parts(store_->mail(), store_->settings, *network_, folder());
+        parts.transport = [this](MailAccount, MailCredential, SMTPEnvelope envelope,
+                                 std::shared_ptr<const Bytes> message) -> Async<void> {
+            return deliver(std::move(envelope), std::move(message));
+        };
+        auto outbox = std::make_unique<Outbox>(std::move(parts));
+        outbox_ = outbox.get();
+        store_->mail().add(std::move(outbox));
+        outbox_->start();
+        store_->run([this] { return outbox_->loaded(); });
+    }
+
+    void close() {
+        store_.reset();
+        network_.reset();
+    }
+
+    Async<void> deliver(SMTPEnvelope envelope, std::shared_ptr<const Bytes> message) {
+        ++attempts_;
+        const Answer answer = answers_.empty() ? Answer::accepts : answers_.front();
+        if (!answers_.empty()) answers_.pop_front();
+        if (answer == Answer::hangs) co_await clock_->wait(24h);
+        if (answer == Answer::refuses) throw SMTPError::rejected("bob@example.test", "no such person");
+        if (answer == Answer::breaks) throw SMTPError::connection(MailConnectionError::cannotConnect("mail.test"));
+        delivered_.push_back(*message);
+        recipients_ = envelope.recipients;
+    }
+
+    std::filesystem::path folder() const { return home_.store() / "Outbox"; }
+
+    OutboxItem item(Duration delay, std::string subject = "Hello") {
+        OutboxItem made;
+        made.id = UUID::random();
+        made.accountID = home_.account.id;
+        made.sendAt = clock_->now() + delay;
+        made.to = {{{}, "bob@example.test"}};
+        made.bcc = {{{}, "eve@example.test"}};
+        made.subject = std::move(subject);
+        made.body = "Hi\n\n-- \nAlice";
+        made.messageID = "<" + made.id.text() + "@example.test>";
+        return made;
+    }
+
+    UUID enqueue(OutboxItem made) {
+        store_->run([&] { return outbox_->enqueue(made); });
+        return made.id;
+    }
+
+    bool eventually(const std::function<bool()>& condition) { return store_->eventually(condition); }
+    /// Everything that can happen now has happened.
+    void settle() {
+        store_->run([this] { return outbox_->finished(); });
+    }
+    bool exists(const UUID& id) const { return std::filesystem::exists(folder() / (id.text() + ".json")); }
+    std::string banner() { return (*store_->mail().status().banner).value_or(Banner()).text; }
+
+    StoreHome home_;
+    std::shared_ptr<ManualClock> clock_ = std::make_shared<ManualClock>();
+    MemoryNetworkPath path_;
+    std::unique_ptr<OpenStore> store_;
+    std::unique_ptr<NetworkMonitor> network_;
+    Outbox* outbox_ = nullptr;
+    std::deque<Answer> answers_;
+    int attempts_ = 0;
+    std::vector<Bytes> delivered_;
+    std::vector<std::string> recipients_;
+};
+
+TEST_F(OutboxTest, SendsWhenTheTimeHasComeAndTakesBackUntilThen) {
+    const auto first = enqueue(item(10s, "first")), second = enqueue(item(10s, "second"));
+    EXPECT_TRUE(exists(first) && exists(second));
+    clock_->advance(9s);
+    settle();
+    EXPECT_EQ(attempts_, 0);
+    EXPECT_TRUE(store_->run([&] { return outbox_->takeBack(first); }));
+    EXPECT_FALSE(exists(first));
+    EXPECT_FALSE(store_->run([&] { return outbox_->takeBack(first); }));
+    ASSERT_TRUE(outbox_->claim(first));
+    EXPECT_FALSE(outbox_->claim(first));
+    clock_->advance(1s);
+    EXPECT_TRUE(eventually([&] { return delivered_.size() == 1; }));
+    settle();
+    EXPECT_FALSE(exists(second));
+    EXPECT_THAT(*outbox_->items, IsEmpty());
+    const auto parsed = ParsedMessage::parse(delivered_.front());
+    EXPECT_EQ(parsed.headers.value("Subject"), "second");
+    EXPECT_FALSE(parsed.headers.value("Bcc"));
+    EXPECT_THAT(parsed.html.value_or(""), HasSubstr("Hi"));
+    EXPECT_THAT(recipients_, ElementsAre("bob@example.test", "eve@example.test"));
+    EXPECT_EQ(banner(), "");
+}
+
+TEST_F(OutboxTest, NothingIsTakenBackWhileItIsBeingSent) {
+    answers_ = {Answer::hangs};
+    const auto id = enqueue(item(0s));
+    ASSERT_TRUE(eventually([&] { return attempts_ == 1; }));
+    EXPECT_FALSE(store_->run([&] { return outbox_->takeBack(id); }));
+    EXPECT_FALSE(store_->run([&] { return outbox_->retry(id); }));
+    EXPECT_FALSE(store_->run([&] { return outbox_->discard(id); }));
+    EXPECT_TRUE(exists(id));
+    close(); // a quit in the middle keeps it
+    open();
+    EXPECT_TRUE(eventually([&] { return delivered_.size() == 1; }));
+}
+
+TEST_F(OutboxTest, TriesAgainEveryMinuteWhileTheServerIsOutOfReach) {
+    answers_ = {Answer::breaks, Answer::refuses, Answer::accepts};
+    auto scheduled = item(0s);
+    scheduled.isScheduled = true;
+    const auto id = enqueue(scheduled);
+    ASSERT_TRUE(eventually([&] { return outbox_->item(id) && outbox_->item(id)->failure; }));
+    EXPECT_EQ(banner(), "");
+    // Offline, a refusal is not the server's last word.
+    path_.report(false);
+    ASSERT_TRUE(eventually([&] { return !*network_->isOnline; }));
+    clock_->advance(60s);
+    ASSERT_TRUE(eventually([&] { return attempts_ == 2; }));
+    settle();
+    EXPECT_EQ(banner(), "");
+    EXPECT_EQ(outbox_->item(id)->sendAt, clock_->now() + 60s);
+    clock_->advance(60s);
+    ASSERT_TRUE(eventually([&] { return delivered_.size() == 1; }));
+    settle();
+    EXPECT_EQ(banner(), "Scheduled message sent");
+    EXPECT_THAT(delivered_.front(), HasSubstr(scheduled.messageID));
+}
+
+TEST_F(OutboxTest, ARefusedMessageWaitsForThePerson) {
+    answers_ = {Answer::refuses, Answer::refuses};
+    const auto id = enqueue(item(0s, ""));
+    const std::string sentence = SMTPError::rejected("bob@example.test", "no such person").sentence();
+    ASSERT_TRUE(eventually([&] { return banner() == "Couldn't send “(No Subject)”: " + sentence; }));
+    EXPECT_EQ((*store_->mail().status().banner)->lifetime, 12s);
+    clock_->advance(24h);
+    settle();
+    EXPECT_EQ(attempts_, 1);
+    close();
+    open();
+    ASSERT_TRUE(outbox_->item(id));
+    EXPECT_TRUE(outbox_->item(id)->hasFailed());
+    EXPECT_EQ(outbox_->item(id)->failure, sentence);
+    EXPECT_TRUE(store_->run([&] { return outbox_->retry(id); }));
+    ASSERT_TRUE(eventually([&] { return attempts_ == 2; }));
+    settle();
+    EXPECT_TRUE(store_->run([&] { return outbox_->discard(id); }));
+    EXPECT_FALSE(exists(id));
+}
+
+TEST_F(OutboxTest, ReadsWhatAnotherProcessLeftAndSetsDamagedFilesAside) {
+    OutboxItem whole = item(-1h);
+    whole.cc = {{"Zoë, Q.", "zoe@example.test"}};
+    whole.attachments = {{UUID::random(), "a\n\xFF.bin", "x/y", Bytes("\0\xFF", 2)}};
+    whole.inReplyTo = "<1@x>";
+    whole.references = {"<0@x>", "<1@x>"};
+    whole.answering = 7;
+    whole.failure = "why";
+    whole.attachments[0].filename = "a\n.bin";
+    EXPECT_EQ(OutboxItem::fromJSON(whole.json()), whole);
+    OutboxItem stranger = item(-1h);
+    stranger.accountID = UUID::random();
+    const std::string text = whole.json();
+    close();
+    OutboxFiles(folder()).write(whole);
+    OutboxFiles(folder()).write(stranger);
+    for (const auto& damaged : {std::string(), text.substr(0, text.size() / 2), std::string("[]"), text,
+                                text::replacedAll(text, "\"hasSavedDraft\":false", "\"hasSavedDraft\":0")})
+        writeFile(folder() / (UUID::random().text() + ".json"), damaged);
+    open();
+    EXPECT_THAT(banner(), HasSubstr(".damaged"));
+    ASSERT_TRUE(eventually([&] { return delivered_.size() == 1; }));
+    settle();
+    EXPECT_EQ(attempts_, 1);
+    EXPECT_TRUE(exists(stranger.id));
+    EXPECT_EQ(outbox_->items->size(), 1U);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder()), {}), 6);
+}
+
+TEST_F(OutboxTest, SendsAFewAtATime) {
+    answers_ = std::deque<Answer>(5, Answer::hangs);
+    for (int i = 0; i < 6; ++i) enqueue(item(0s));
+    ASSERT_TRUE(eventually([&] { return attempts_ == 4; }));
+    EXPECT_EQ(outbox_->sending->size(), 4U);
+}
+
+TEST_F(OutboxTest, KeepsNothingThatTheDiskRefuses) {
+    writeFile(folder(), "a file where the folder should be");
+    EXPECT_ANY_THROW(enqueue(item(0s)));
+    settle();
+    EXPECT_EQ(attempts_, 0);
+    EXPECT_THAT(*outbox_->items, IsEmpty());
+}
+
+TEST(Outbox, KnowsWhichServersFileSentMail) {
+    MailAccount account;
+    const std::vector<std::pair<std::string, bool>> hosts{{"smtp.GMail.com", true},
+                                                          {"smtp.office365.com", true},
+                                                          {"smtp-mail.outlook.com", true},
+                                                          {"notgmail.com", false},
+                                                          {"gmail.com.example.org", false}};
+    for (const auto& [host, files] : hosts) {
+        account.outgoing.host = host;
+        EXPECT_EQ(filesSentMail(account), files) << host;
+    }
+    account.provider = MailProvider::google;
+    EXPECT_TRUE(filesSentMail(account));
+    MemorySettings settings;
+    EXPECT_EQ(Outbox::undoWindow(settings), 10s);
+    settings.setText("undoSendSeconds", "3");
+    EXPECT_EQ(Outbox::undoWindow(settings), 10s);
+    settings.setInteger("undoSendSeconds", 0);
+    EXPECT_EQ(Outbox::undoWindow(settings), 0s);
+}
+
+// --- Real servers ------------------------------------------------------------------------------------------------
+
+class OutboxServers : public WithServers<> {};
+
+/// What stands behind the headers that the servers on the way have added.
+Bytes fromOurHeaders(const Bytes& message) {
+    const auto start = message.find("From: ");
+    return start == Bytes::npos ? message : message.substr(start);
+}
+
+TEST_F(OutboxServers, DeliverWhatIsFiledAndClearTheDraft) {
+    const MailServers servers;
+    servers.fill(1);
+    StoreHome home(servers);
+    home.account.email = "alice@example.test";
+    home.account.outgoing = servers.smtp(ServerConfig::Security::startTLS);
+    MailAccount bob = StoreHome::accountAt(servers.imap(ServerConfig::Security::tls), servers.value("BOB_USER"));
+    MemoryNetworkPath path;
+    OpenStore store(home, std::make_shared<SystemClock>(), {{bob, servers.value("BOB_PASSWORD")}});
+    NetworkMonitor network(store.runtime.executors().main, *store.mail().environment().clock, path);
+    auto made = std::make_unique<Outbox>(Outbox::Parts(store.mail(), store.settings, network, home.store() / "Outbox"));
+    Outbox& outbox = *made;
+    store.mail().add(std::move(made));
+    outbox.start();
+    ASSERT_EQ(store.pass().kind, SyncStatus::Kind::idle);
+    const auto answered = store.held("INBOX").front();
+
+    OutboxItem item;
+    item.id = UUID::random();
+    item.accountID = home.account.id;
+    item.sendAt = store.mail().environment().clock->now();
+    item.to = {{"Bob", "bob@example.test"}};
+    item.subject = "Übermorgen";
+    item.body = "First\n.\n..\n\nlast line";
+    item.attachments = {{UUID::random(), "data.bin", "application/octet-stream", Bytes(100'000, '\xEE')}};
+    item.messageID = "<one@example.test>";
+    item.answering = answered.id;
+    item.hasSavedDraft = true;
+    const Bytes draft = "Message-ID: <one@example.test>\r\nSubject: a draft\r\n\r\nx\r\n";
+    for (int i = 0; i < 2; ++i)
+        store.run([&] { return store.mail().filing().saveDraft(home.account, item.messageID, draft); });
+    ASSERT_EQ(store.held("Drafts").size(), 1U);
+
+    store.run([&] { return outbox.enqueue(item); });
+    store.run([&] { return outbox.finished(); });
+    EXPECT_EQ(*store.mail().status().banner, std::nullopt);
+    EXPECT_THAT(store.held("Drafts"), IsEmpty());
+    ASSERT_EQ(store.held("Sent").size(), 1U);
+    EXPECT_TRUE(store.mail().context().messages.find(answered.id)->isAnswered);
+    const Bytes copy = store.run([&] { return store.mail().bodies().source(store.held("Sent").front()); });
+    EXPECT_TRUE(copy.starts_with("From: alice@example.test\r\n"));
+    const auto arrived = [&] {
+        store.run([&] { return store.mail().sync().syncAccount(bob); });
+        std::vector<MailboxKey> inbox{MailboxKey{bob.id, "INBOX"}};
+        return store.mail().context().messages.page(MessageListQuery(std::move(inbox)));
+    };
+    ASSERT_TRUE(store.eventually([&] { return !arrived().empty(); }));
+    const Bytes received = store.run([&] { return store.mail().bodies().source(arrived().front()); });
+    EXPECT_EQ(fromOurHeaders(received), copy + "\r\n");
+}
+
+}}
