@@ -117,11 +117,16 @@ class MailConnection::Stream : public std::enable_shared_from_this<Stream> {
 
     Async<void> send(Bytes bytes) {
         const std::shared_ptr<Stream> self = shared_from_this();
-        co_await guarded(writeTimeout, Failure::killsStream, [this, &bytes]() -> Async<Error> {
-            const auto [error, count] = tls_ ? co_await asio::async_write(*tls_, asio::buffer(bytes), asResult)
-                                             : co_await asio::async_write(socket_, asio::buffer(bytes), asResult);
-            co_return error;
-        });
+        BytesView rest = bytes;
+        do {
+            const auto piece = asio::buffer(rest.data(), std::min(rest.size(), writePiece));
+            co_await guarded(writeTimeout, Failure::killsStream, [this, piece]() -> Async<Error> {
+                const auto [error, count] = tls_ ? co_await asio::async_write(*tls_, piece, asResult)
+                                                 : co_await asio::async_write(socket_, piece, asResult);
+                co_return error;
+            });
+            rest.remove_prefix(piece.size());
+        } while (!rest.empty());
     }
 
     void startTLS() {

@@ -24,8 +24,9 @@ namespace velmo {
 /// after any other failure the stream is dead.
 class MailConnection {
   public:
-    /// What a write may take.
+    /// What each piece of a write may take: a large message on a slow line goes out as long as the line moves.
     static constexpr Duration writeTimeout{30'000};
+    static constexpr std::size_t writePiece = 65'536;
 
     /// Connects nothing yet. `clock` outlives the connection.
     MailConnection(Executor io, Clock& clock, std::string host, int port, ServerConfig::Security security);

@@ -95,6 +95,32 @@ TEST(MailConnection, ATimeOutLeavesTheStreamAndWhatHasArrived) {
     });
 }
 
+TEST(MailConnection, ALongWriteGoesOnAsLongAsTheLineMoves) {
+    ManualClock clock;
+    // More than the buffers on the way take.
+    constexpr std::size_t part = 12'000'000;
+    ScriptedServer server("C> 12000000\nPAUSE\nC> 12000000\nPAUSE\nC> 12000000\nPAUSE\n");
+    Rig rig(server.port(), clock);
+    std::optional<MailConnectionError> failure;
+    Task task(rig.strand, [&]() -> Async<void> {
+        try {
+            co_await rig.connection->write(Bytes(6 * part, 'x'));
+        } catch (const MailConnectionError& error) {
+            failure = error;
+        }
+    });
+    const Duration most = MailConnection::writeTimeout;
+    for (std::size_t i = 1; i <= 3; ++i) {
+        ASSERT_TRUE(eventually([&] { return server.received().size() >= i * part && clock.waiting() > 0; }));
+        clock.advance(most * 2 / 3);
+        ASSERT_FALSE(task.isFinished());
+        if (i < 3) server.proceed();
+    }
+    clock.advance(most);
+    rig.runtime.run([&] { return task.finished(); });
+    EXPECT_EQ(failure, Failure::cannotConnect("127.0.0.1"));
+}
+
 TEST(MailConnection, EveryOtherFailureIsToldByHost) {
     SystemClock clock;
     ScriptedServer silent("PAUSE\n");
