@@ -28,9 +28,12 @@ const std::string plain = "AGFubgBzZWNyZXQ=";
 const SMTPEnvelope toBob("ann@example.test", {"bob@example.test"});
 constexpr std::string_view message = "Subject: hi\r\n\r\n.hello\r\n";
 
+SystemClock realTime;
+
 /// What a send ends with; absent when the message was accepted.
-std::optional<SMTPError> send(Clock& clock, const ServerConfig& server, const MailCredential& credential = password,
-                              const SMTPEnvelope& envelope = toBob, std::string_view bytes = message) {
+std::optional<SMTPError> send(const ServerConfig& server, const MailCredential& credential = password,
+                              const SMTPEnvelope& envelope = toBob, std::string_view bytes = message,
+                              Clock& clock = realTime) {
     Runtime runtime;
     const auto shared = std::make_shared<const Bytes>(bytes);
     try {
@@ -39,12 +42,6 @@ std::optional<SMTPError> send(Clock& clock, const ServerConfig& server, const Ma
     } catch (const SMTPError& error) {
         return error;
     }
-}
-
-std::optional<SMTPError> send(const ServerConfig& server, const MailCredential& credential = password,
-                              const SMTPEnvelope& envelope = toBob, std::string_view bytes = message) {
-    SystemClock clock;
-    return send(clock, server, credential, envelope, bytes);
 }
 
 /// The start of a conversation, up to the reply to EHLO, and the sign-in.
@@ -144,13 +141,10 @@ TEST(SMTPClient, TellsAtWhichStageItWasRefused) {
         {"greeting", no, rejected("greeting")},
         {"EHLO", hello + no, rejected("EHLO")},
         {"STARTTLS", hello + "S: 250 AUTH PLAIN\nC: STARTTLS\n" + no, rejected("STARTTLS"), Security::startTLS},
-        {"EHLO after the upgrade", hello + "S: 250 x\nC: STARTTLS\nS: 220\nTLS\nC~ EHLO *\n" + no, rejected("EHLO"),
-         Security::startTLS},
         {"no mechanism", hello + "S: 250 AUTH CRAM-MD5\n", SMTPError::authenticationFailed()},
         {"PLAIN", hello + "S: 250 AUTH PLAIN\nC~ AUTH PLAIN *\n" + no, SMTPError::authenticationFailed()},
         {"XOAUTH2", hello + "S: 250 x\nC~ AUTH XOAUTH2 *\nS: 334 e30=\n", SMTPError::authenticationFailed(),
          Security::tls, token},
-        {"LOGIN", hello + "S: 250 AUTH LOGIN\nC: AUTH LOGIN\n" + no, SMTPError::authenticationFailed()},
         {"LOGIN, the name", hello + "S: 250 AUTH LOGIN\nC: AUTH LOGIN\nS: 334\nC: YW5u\nS: 235 so soon\n",
          SMTPError::authenticationFailed()},
         {"sender", fromAnn + no, rejected("sender")},
@@ -275,7 +269,7 @@ TEST(SMTPClient, WaitsAMinuteForALineAndNoLonger) {
                 if (server.received().ends_with(test.received) && clock.isDueIn(smtpReplyTimeout))
                     clock.advance(smtpReplyTimeout);
         });
-        EXPECT_EQ(send(clock, configOf(server, security)), test.failure);
+        EXPECT_EQ(send(configOf(server, security), password, toBob, message, clock), test.failure);
     }
 }
 
