@@ -1,5 +1,6 @@
 #include "app/Application.h"
 
+#include "compose/Signatures.h"
 #include "platform/FileSettings.h"
 #include "platform/Log.h"
 #include "records/Labels.h"
@@ -51,6 +52,17 @@ Async<void> Application::openMail() {
     parts.bodyIndex = directories_.data / "Search.sqlite";
     store_ = std::make_unique<MailStore>(std::move(parts));
     seedDefaultLabels(store_->context());
+    makeOutbox();
+}
+
+void Application::makeOutbox() {
+    if (!network_) {
+        networkPath_ = systemNetworkPath(executors_.io);
+        network_ = std::make_unique<NetworkMonitor>(executors_.main, *clock_, *networkPath_);
+    }
+    auto outbox = std::make_unique<Outbox>(Outbox::Parts(*store_, *settings_, *network_, directories_.data / "Outbox"));
+    outbox_ = outbox.get();
+    store_->add(std::move(outbox));
 }
 
 /// They live in a store of their own, and are read and shown like any other mail.
@@ -66,6 +78,7 @@ Async<void> Application::openSamples() {
 Async<void> Application::close() {
     if (!store_) co_return;
     co_await store_->stop();
+    outbox_ = nullptr;
     store_.reset();
 }
 
@@ -77,6 +90,7 @@ std::vector<MailAccount> Application::mailAccounts() const {
 Async<void> Application::remove(UUID accountID) {
     co_await openMail();
     co_await accounts_->remove(accountID);
+    Signatures(*settings_).remove(accountID);
 }
 
 }

@@ -4,9 +4,12 @@
 #include "base/Async.h"
 #include "base/Clock.h"
 #include "base/Runtime.h"
+#include "compose/Outbox.h"
 #include "platform/Directories.h"
 #include "platform/Keychain.h"
+#include "platform/NetworkPath.h"
 #include "platform/Settings.h"
+#include "protocols/NetworkMonitor.h"
 #include "store/MailStore.h"
 
 #include <memory>
@@ -48,6 +51,9 @@ class Application {
     /// Only after `openMail`, as are the two below.
     MailStore& store() { return *store_; }
 
+    /// What is on its way out; null while the samples are shown. It sends once it is started, as the store does it.
+    Outbox* outbox() { return outbox_; }
+
     /// True when `openMail` found no account and filled in the samples.
     bool isShowingSamples() const { return store_ && store_->isShowingSamples(); }
 
@@ -62,6 +68,7 @@ class Application {
 
   private:
     Async<void> openSamples();
+    void makeOutbox();
 
     Executors executors_;
     std::shared_ptr<Clock> clock_;
@@ -70,7 +77,10 @@ class Application {
     std::unique_ptr<Keychain> keychain_;
     std::unique_ptr<AccountStore> accounts_;
     MessageFiles files_;
+    std::unique_ptr<NetworkPath> networkPath_;
+    std::unique_ptr<NetworkMonitor> network_;
     std::unique_ptr<MailStore> store_;
+    Outbox* outbox_ = nullptr; ///< belongs to the store
 };
 
 }

@@ -3,8 +3,7 @@
 #include "base/Localisation.h"
 #include "base/Text.h"
 #include "base/UserError.h"
-#include "compose/HTMLBody.h"
-#include "compose/Signatures.h"
+#include "compose/WrittenMessage.h"
 #include "platform/FileError.h"
 #include "platform/Log.h"
 
@@ -222,21 +221,7 @@ Async<void> Outbox::send(OutboxItemPointer item) {
 Async<Outbox::Built> Outbox::built(const MailAccount& account, const OutboxItem& item) const {
     const Date now = environment_.clock->now();
     co_return co_await callOn(environment_.executors.background, [&] {
-        OutgoingMessage message({settings_.text("senderName." + account.id.text()), account.email}, now);
-        message.to = item.to;
-        message.cc = item.cc;
-        message.bcc = item.bcc;
-        message.subject = item.subject;
-        message.plainText = item.body;
-        message.inReplyTo = item.inReplyTo;
-        message.references = item.references;
-        message.attachments = item.attachments;
-        message.messageID = item.messageID;
-        const Signatures signatures(settings_);
-        auto styled = htmlBody(item.body, signatures.signature(account.id).value_or(""),
-                               signatures.richSignature(account.id).value_or(std::vector<SignaturePiece>()));
-        message.html = std::move(styled.html);
-        message.pictures = std::move(styled.pictures);
+        const OutgoingMessage message = writtenMessage(item, account, settings_, now);
         return Built(SMTPEnvelope(account.email, message.recipients()), std::make_shared<const Bytes>(message.build()));
     });
 }

@@ -241,7 +241,16 @@ std::vector<std::string> OutgoingMessage::recipients() const {
 }
 
 Bytes OutgoingMessage::build() const {
+    return built(BlindCopies::left);
+}
+
+Bytes OutgoingMessage::buildDraft() const {
+    return built(BlindCopies::told);
+}
+
+Bytes OutgoingMessage::built(BlindCopies blindCopies) const {
     auto headers = topHeaders(*this);
+    if (blindCopies == BlindCopies::told && !bcc.empty()) headers.push_back("Bcc: " + headerForm(bcc));
     const OutgoingEntity top = topEntity(*this);
     headers.insert(headers.end(), top.headers.begin(), top.headers.end());
     std::size_t length = top.estimatedLength();

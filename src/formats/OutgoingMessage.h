@@ -66,6 +66,10 @@ struct OutgoingMessage {
     /// it is called once for a message. Never fails; may be called on any thread.
     Bytes build() const;
 
+    /// The same as a draft, which only its writer sees: with `bcc` in a header, so that it is there when the draft is
+    /// opened again.
+    Bytes buildDraft() const;
+
     // --- Addresses as people type them ---------------------------------------------------------------------------
 
     /// `address`, or `name <address>` with the name in double quotes or without. Absent unless the address is whole
@@ -78,6 +82,10 @@ struct OutgoingMessage {
     /// The pieces of a list between commas and semicolons, for those who want to tell of bad ones. Quotes and angle
     /// brackets keep theirs. Empty pieces are included.
     static std::vector<std::string_view> splitAddressList(std::string_view text);
+
+  private:
+    enum class BlindCopies { left, told };
+    Bytes built(BlindCopies blindCopies) const;
 };
 
 }

@@ -4,12 +4,10 @@
 
 #include "base/ManualClock.h"
 #include "base/Text.h"
-#include "compose/Signatures.h"
+#include "compose/WritingRig.h"
 #include "formats/ParsedMessage.h"
 #include "support/ServerTest.h"
 #include "support/TemporaryDirectory.h"
-
-#include "store/StoreHome.h"
 
 #include <algorithm>
 #include <deque>
@@ -262,26 +260,21 @@ Bytes fromOurHeaders(const Bytes& message) {
 }
 
 TEST_F(OutboxServers, DeliverWhatIsFiledAndClearTheDraft) {
-    const MailServers servers;
-    servers.fill(1);
-    StoreHome home(servers);
-    home.account.email = "alice@example.test";
-    home.account.outgoing = servers.smtp(ServerConfig::Security::startTLS);
-    MailAccount bob = StoreHome::accountAt(servers.imap(ServerConfig::Security::tls), servers.value("BOB_USER"));
-    MemoryNetworkPath path;
-    OpenStore store(home, std::make_shared<SystemClock>(), {{bob, servers.value("BOB_PASSWORD")}});
-    NetworkMonitor network(store.runtime.executors().main, *store.mail().environment().clock, path);
-    auto made = std::make_unique<Outbox>(Outbox::Parts(store.mail(), store.settings, network, home.store() / "Outbox"));
-    Outbox& outbox = *made;
-    store.mail().add(std::move(made));
-    outbox.start();
-    ASSERT_EQ(store.pass().kind, SyncStatus::Kind::idle);
-    const auto answered = store.held("INBOX").front();
+    WritingRig rig;
+    OutboxItem first;
+    first.id = UUID::random();
+    first.accountID = rig.bob.id;
+    first.to = {{{}, "alice@example.test"}};
+    first.subject = first.messageID = "<zero@example.test>";
+    rig.store->run([&] { return rig.outbox->enqueue(first); });
+    const auto arrivedFirst = rig.inbox(rig.alice(), 1);
+    ASSERT_EQ(arrivedFirst.size(), 1U);
+    const auto answered = arrivedFirst.front();
 
     OutboxItem item;
     item.id = UUID::random();
-    item.accountID = home.account.id;
-    item.sendAt = store.mail().environment().clock->now();
+    item.accountID = rig.alice().id;
+    item.sendAt = rig.mail().environment().clock->now();
     item.to = {{"Bob", "bob@example.test"}};
     item.subject = "Übermorgen";
     item.body = "First\n.\n..\n\nlast line";
@@ -291,25 +284,21 @@ TEST_F(OutboxServers, DeliverWhatIsFiledAndClearTheDraft) {
     item.hasSavedDraft = true;
     const Bytes draft = "Message-ID: <one@example.test>\r\nSubject: a draft\r\n\r\nx\r\n";
     for (int i = 0; i < 2; ++i)
-        store.run([&] { return store.mail().filing().saveDraft(home.account, item.messageID, draft); });
-    ASSERT_EQ(store.held("Drafts").size(), 1U);
+        rig.store->run([&] { return rig.mail().filing().saveDraft(rig.alice(), item.messageID, draft); });
+    ASSERT_EQ(rig.held(rig.alice(), "Drafts").size(), 1U);
 
-    store.run([&] { return outbox.enqueue(item); });
-    store.run([&] { return outbox.finished(); });
-    EXPECT_EQ(*store.mail().status().banner, std::nullopt);
-    EXPECT_THAT(store.held("Drafts"), IsEmpty());
-    ASSERT_EQ(store.held("Sent").size(), 1U);
-    EXPECT_TRUE(store.mail().context().messages.find(answered.id)->isAnswered);
-    const Bytes copy = store.run([&] { return store.mail().bodies().source(store.held("Sent").front()); });
+    rig.store->run([&] { return rig.outbox->enqueue(item); });
+    rig.settle();
+    EXPECT_EQ(*rig.mail().status().banner, std::nullopt);
+    EXPECT_THAT(rig.held(rig.alice(), "Drafts"), IsEmpty());
+    const auto copies = rig.held(rig.alice(), "Sent");
+    ASSERT_EQ(copies.size(), 1U);
+    EXPECT_TRUE(rig.mail().context().messages.find(answered.id)->isAnswered);
+    const Bytes copy = rig.source(copies.front());
     EXPECT_TRUE(copy.starts_with("From: alice@example.test\r\n"));
-    const auto arrived = [&] {
-        store.run([&] { return store.mail().sync().syncAccount(bob); });
-        std::vector<MailboxKey> inbox{MailboxKey{bob.id, "INBOX"}};
-        return store.mail().context().messages.page(MessageListQuery(std::move(inbox)));
-    };
-    ASSERT_TRUE(store.eventually([&] { return !arrived().empty(); }));
-    const Bytes received = store.run([&] { return store.mail().bodies().source(arrived().front()); });
-    EXPECT_EQ(fromOurHeaders(received), copy + "\r\n");
+    const auto arrived = rig.inbox(rig.bob, 1);
+    ASSERT_EQ(arrived.size(), 1U);
+    EXPECT_EQ(fromOurHeaders(rig.source(arrived.front())), copy + "\r\n");
 }
 
 }}
