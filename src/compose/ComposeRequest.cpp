@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 namespace velmo {
 
@@ -83,6 +84,7 @@ UUID identifierOf(const json& object, const char* key) {
 std::int64_t messageOf(const json& object) {
     const json* value = valueOf(object, "message");
     if (value == nullptr || !value->is_number_integer()) failMalformed();
+    if (value->is_number_unsigned() && !std::in_range<std::int64_t>(value->get<std::uint64_t>())) failMalformed();
     return value->get<std::int64_t>();
 }
 

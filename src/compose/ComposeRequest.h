@@ -4,9 +4,11 @@
 #include "base/UUID.h"
 #include "base/UserError.h"
 
+#include <concepts>
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <variant>
 
 namespace velmo {
@@ -74,7 +76,9 @@ class ComposeRequest {
     };
     using Case = std::variant<New, Reply, Forward, FollowUp, EditDraft, Mailto, Outbox>;
 
-    ComposeRequest(Case what) : case_(std::move(what)) {}
+    template <class T>
+        requires std::constructible_from<Case, T>
+    ComposeRequest(T what) : case_(std::move(what)) {}
 
     const Case& what() const { return case_; }
 

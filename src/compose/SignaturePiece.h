@@ -14,10 +14,10 @@ struct SignaturePiece {
     bool isBold = false;
     bool isItalic = false;
     bool isUnderlined = false;
-    std::optional<std::string> color; ///< as in CSS
-    std::optional<std::string> link;  ///< a URL
-    std::optional<Bytes> picture;     ///< PNG or JPEG
-    double width = 0;                 ///< of the picture, in points; 0 when unknown
+    std::optional<std::string> color = {}; ///< as in CSS
+    std::optional<std::string> link = {};  ///< a URL
+    std::optional<Bytes> picture = {};     ///< PNG or JPEG
+    double width = 0;                      ///< of the picture, in points; 0 when unknown
     double height = 0;
 
     friend bool operator==(const SignaturePiece&, const SignaturePiece&) = default;

@@ -25,6 +25,12 @@ icu::SimpleTimeZone zoneAt(Date date) {
     return {static_cast<std::int32_t>(offset.count()), icu::UnicodeString()};
 }
 
+/// ICU crashes over a locale that it cannot read, and has no words for one without a language.
+icu::Locale readableLocale(std::string_view name) {
+    const auto locale = icu::Locale::createCanonical(std::string(name).c_str());
+    return locale.isBogus() || *locale.getLanguage() == '\0' ? icu::Locale::getEnglish() : locale;
+}
+
 }
 
 std::string dateLocale() {
@@ -42,8 +48,8 @@ std::string dateLocale() {
 
 std::string dateText(Date date, DateStyle style, std::string_view locale) {
     const auto dateStyle = style == DateStyle::complete ? icu::DateFormat::kFull : icu::DateFormat::kMedium;
-    const std::unique_ptr<icu::DateFormat> format(icu::DateFormat::createDateTimeInstance(
-        dateStyle, icu::DateFormat::kShort, icu::Locale::createCanonical(std::string(locale).c_str())));
+    const std::unique_ptr<icu::DateFormat> format(
+        icu::DateFormat::createDateTimeInstance(dateStyle, icu::DateFormat::kShort, readableLocale(locale)));
     if (!format) return iso8601(date);
     format->setTimeZone(zoneAt(date));
     icu::UnicodeString shown;
