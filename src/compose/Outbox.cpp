@@ -23,7 +23,7 @@ constexpr std::chrono::seconds failureLifetime{12};
 /// Servers refuse more than a few connections at once.
 constexpr std::ptrdiff_t sendsAtOnce = 4;
 /// What the end of the program waits for copies of what was sent.
-constexpr Duration filingGrace{15'000};
+constexpr Duration filingGrace{5'000};
 
 /// The servers of providers that file sent mail by themselves, by the ends of their names.
 constexpr std::array<std::string_view, 3> filingServers{"gmail.com", "office365.com", "outlook.com"};
@@ -91,8 +91,18 @@ Outbox::~Outbox() = default;
 void Outbox::start() {
     if (isStopping_ || hasStarted_) return;
     hasStarted_ = true;
-    loading_ = Task(environment_.executors.main, [this] { return load(); });
+    beginLoading();
     timer_ = Task(environment_.executors.main, [this] { return run(); });
+}
+
+void Outbox::beginLoading() {
+    if (std::exchange(isLoading_, true)) return;
+    loading_ = Task(environment_.executors.main, [this] { return load(); });
+}
+
+Async<void> Outbox::loaded() {
+    beginLoading();
+    co_await loading_.finished();
 }
 
 Async<void> Outbox::load() {

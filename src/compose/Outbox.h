@@ -64,8 +64,8 @@ class Outbox final : public MailService {
     /// Reads the files, once, and sends what is due. Those of a process that has ended are sent as well.
     void start() override;
 
-    /// Waits until `start` has read the files.
-    Async<void> loaded() { return loading_.finished(); }
+    /// Reads the files, once, and waits until they are read; sends nothing by itself.
+    Async<void> loaded();
 
     /// Ends what is under way; what has not been sent stays.
     Async<void> stop() override;
@@ -97,6 +97,7 @@ class Outbox final : public MailService {
   private:
     struct Built;
 
+    void beginLoading();
     Async<void> load();
     Async<void> run();
     void sendDue();
@@ -129,6 +130,7 @@ class Outbox final : public MailService {
     std::vector<Task> afterwards_;
     std::size_t unfinished_ = 0; ///< of `afterwards_`
     Task loading_, timer_;
+    bool isLoading_ = false; ///< or has loaded
     bool hasStarted_ = false;
     bool isStopping_ = false;
 };

@@ -44,7 +44,7 @@ std::string unstructured(std::string_view value) {
 }
 
 std::string headerForm(const IMAPAddress& address) {
-    const std::string email = inOneLine(address.email);
+    std::string email = inOneLine(address.email);
     const std::string name = inOneLine(address.name.value_or(""));
     if (name.empty()) return email;
     if (!isPrintableASCII(name)) return encodedWord(name) + " <" + email + ">";

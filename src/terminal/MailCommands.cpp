@@ -1,7 +1,9 @@
 #include "terminal/MailCommands.h"
 
 #include "terminal/ActionCommands.h"
+#include "terminal/ComposeCommands.h"
 #include "terminal/ListCommands.h"
+#include "terminal/OutboxCommands.h"
 #include "terminal/StatusCommands.h"
 #include "terminal/SyncCommands.h"
 
@@ -12,6 +14,8 @@ void addMailCommands(CLI::App& program, CommandBody& body) {
     addListCommands(program, body);
     addActionCommands(program, body);
     addStatusCommands(program, body);
+    addComposeCommands(program, body);
+    addOutboxCommands(program, body);
 }
 
 }

@@ -32,10 +32,10 @@ class Account:
             sys.exit(f"velmo {' '.join(words)}: exit {done.returncode}: {done.stderr}")
         return done.stdout
 
-    def add(self):
-        self.run("accounts", "add", "--email", self.env["ALICE_USER"], "--password-stdin",
+    def add(self, user="ALICE"):
+        self.run("accounts", "add", "--email", self.env[f"{user}_USER"], "--password-stdin",
                  "--imap", f"localhost:{self.env['IMAPS_PORT']}:tls",
-                 "--smtp", f"localhost:{self.env['SMTP_PORT']}:starttls", text=self.env["ALICE_PASSWORD"] + "\n")
+                 "--smtp", f"localhost:{self.env['SMTP_PORT']}:starttls", text=self.env[f"{user}_PASSWORD"] + "\n")
 
     def fill(self, mailbox, count, seed):
         maildir = pathlib.Path(self.env["ALICE_MAILDIR"])
