@@ -8,6 +8,7 @@
 #include "bench/MIMEBenchmark.h"
 #include "bench/OutgoingBenchmark.h"
 #include "bench/SearchBenchmark.h"
+#include "bench/SendBenchmark.h"
 #include "bench/SyncBenchmark.h"
 #include "bench/WriterBenchmark.h"
 
@@ -38,6 +39,7 @@ constexpr std::array matters{
     Matter{"search", benchSearch},
     Matter{"sync", benchSync},
     Matter{"bodies", benchBodies},
+    Matter{"send", [](const auto&) { return benchSending(); }},
     Matter{"start", benchStart},
     Matter{"idle", benchIdle},
     Matter{"arrival", benchArrival},
