@@ -58,8 +58,7 @@ class LineWriter {
 
     /// Ends the line in `ending`; "" behind the last one.
     void endLine(std::string_view ending) {
-        std::memcpy(line_.data() + used_, ending.data(), ending.size());
-        out_.append(line_.data(), used_ + ending.size());
+        out_.append(line_.data(), used_).append(ending);
         used_ = 0;
     }
 
@@ -67,7 +66,7 @@ class LineWriter {
     void breakSoftly() { endLine("=\r\n"); }
 
     Bytes& out_;
-    std::array<char, 80> line_{};
+    std::array<char, lineRoom> line_{};
     std::size_t used_ = 0;
 };
 

@@ -163,8 +163,9 @@ TEST(OutgoingMessageTest, FoldsLongHeadersAtBlanks) {
     message.subject = std::string(100, 'w') + " end";
     const std::string text = message.build();
     const auto head = text.substr(0, text.find("\r\n\r\n"));
+    const auto lines = text::replacedAll(head, "\r\n", "\n");
     EXPECT_THAT(head, HasSubstr("Subject:\r\n " + std::string(100, 'w') + "\r\n end\r\n"));
-    for (const auto line : text::split(text::replacedAll(head, "\r\n", "\n"), '\n'))
+    for (const auto line : text::split(lines, '\n'))
         EXPECT_TRUE(line.size() <= 78 || line.find(' ', 1) == std::string_view::npos) << line;
     EXPECT_EQ(parseMessageIDs(headerOf(message, "References")), message.references);
     EXPECT_EQ(headerOf(message, "Subject"), message.subject);
