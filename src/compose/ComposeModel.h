@@ -69,13 +69,15 @@ class ComposeModel {
     /// Saves the draft now, unless it is blank. Throws what the server refuses; the message stays dirty then.
     Async<void> saveDraft();
 
-    /// Deletes the draft on the server, where there is one.
+    /// Deletes the draft on the server, where there is one. What was taken back from the outbox for this is not wanted
+    /// any more either.
     Async<void> deleteDraft();
 
     /// The message as it stands; absent without an account.
     std::optional<OutgoingMessage> buildOutgoing() const;
 
-    /// Ends saving. Nothing is saved by this.
+    /// Ends saving. Nothing is saved by this; a message taken back from the outbox, and neither saved nor sent since,
+    /// is put back there to wait for the person.
     Async<void> close();
 
     /// The pause in writing after which a draft is saved.
@@ -101,6 +103,7 @@ class ComposeModel {
     std::optional<std::string> signatureOf(const std::optional<UUID>& accountID) const;
     void changed();
     Async<void> saveAfterPause();
+    Async<void> releaseTaken();
     Async<void> whileSaving();
     OutboxItem content() const;
     OutboxItem queuedContent(const MailAccount& sender, std::optional<Date> at);
@@ -110,6 +113,7 @@ class ComposeModel {
     Settings& settings_;
     std::vector<std::unique_ptr<ScopedConnection>> connections_;
     std::optional<UUID> queuedItem_;
+    OutboxItemPointer taken_; ///< from the outbox, which has it until this is saved or sent
     Flag saved_;
     Task saving_;
     std::uint64_t revision_ = 0;

@@ -1,14 +1,12 @@
 #include "compose/Outbox.h"
 
 #include "base/Localisation.h"
-#include "base/Text.h"
 #include "base/UserError.h"
 #include "compose/WrittenMessage.h"
 #include "platform/FileError.h"
 #include "platform/Log.h"
 
 #include <algorithm>
-#include <array>
 #include <utility>
 
 namespace velmo {
@@ -22,33 +20,7 @@ constexpr Duration longestWait{60'000};
 constexpr std::chrono::seconds failureLifetime{12};
 /// Servers refuse more than a few connections at once.
 constexpr std::ptrdiff_t sendsAtOnce = 4;
-/// What the end of the program waits for copies of what was sent.
-constexpr Duration filingGrace{5'000};
 
-/// The servers of providers that file sent mail by themselves, by the ends of their names.
-constexpr std::array<std::string_view, 3> filingServers{"gmail.com", "office365.com", "outlook.com"};
-
-/// True for failures of the way to the server, not of what it was asked.
-bool isConnectionFailure(const std::exception_ptr& failure) {
-    try {
-        std::rethrow_exception(failure);
-    } catch (const SMTPError& error) {
-        return error.kind() == SMTPError::Kind::connection;
-    } catch (const MailConnectionError&) {
-        return true;
-    } catch (...) {
-        return false;
-    }
-}
-
-}
-
-bool filesSentMail(const MailAccount& account) {
-    if (account.provider == MailProvider::google || account.provider == MailProvider::microsoft) return true;
-    const std::string host = text::lowered(account.outgoing.host);
-    return std::ranges::any_of(filingServers, [&host](std::string_view name) {
-        return host == name || host.ends_with("." + std::string(name));
-    });
 }
 
 std::chrono::seconds Outbox::undoWindow(const Settings& settings) {
@@ -75,7 +47,8 @@ Outbox::Outbox(Parts parts)
       files_(std::move(parts.folder)),
       fileLane_(makeStrand(environment_.executors.background)),
       changed_(environment_.executors.main),
-      idle_(environment_.executors.main) {
+      idle_(environment_.executors.main),
+      filing_(mail_, files_, fileLane_, [this] { idle_.raise(); }) {
     if (!transport_)
         transport_ = [this](MailAccount account, MailCredential credential, SMTPEnvelope envelope,
                             std::shared_ptr<const Bytes> message) {
@@ -114,11 +87,17 @@ Async<void> Outbox::load() {
         trouble = error.sentence();
     }
     items.update([&](auto& all) {
-        for (auto& item : found.items) {
+        for (auto& item : found.waiting) {
             const auto isIt = [&item](const auto& held) { return held->id == item.id; };
             if (std::ranges::none_of(all, isIt)) all.push_back(std::make_shared<const OutboxItem>(std::move(item)));
         }
     });
+    unfiled_ = std::move(found.sent);
+    try {
+        for (const auto& item : found.taken) co_await recover(item);
+    } catch (const FileError& error) {
+        trouble = error.sentence();
+    }
     for (const auto& file : found.setAside)
         trouble = tr("A message in the outbox can't be read. It is kept in {}.", file.string());
     if (!trouble.empty()) {
@@ -126,6 +105,15 @@ Async<void> Outbox::load() {
         showBanner(std::move(trouble), true, {});
     }
     changed_.raise();
+}
+
+/// One that was taken back comes back, unless the person has queued it again.
+Async<void> Outbox::recover(const OutboxItem& taken) {
+    const auto isSame = [&taken](const auto& held) { return held->messageID == taken.messageID; };
+    if (std::ranges::any_of(*items, isSame))
+        co_await release(taken.id);
+    else
+        co_await putBack(taken);
 }
 
 Async<void> Outbox::stop() {
@@ -136,17 +124,12 @@ Async<void> Outbox::stop() {
     for (auto& [id, task] : sends_) co_await task.finished();
     co_await timer_.finished();
     co_await loading_.finished();
-    const auto filed = co_await within(*environment_.clock, filingGrace, [this]() -> Async<void> {
-        for (Task& task : afterwards_) co_await task.finished();
-    });
-    if (filed) co_return;
-    for (Task& task : afterwards_) task.cancel();
-    for (Task& task : afterwards_) co_await task.finished();
+    co_await filing_.stop();
 }
 
 Async<void> Outbox::finished() {
     const auto isBusy = [this] {
-        return !sending->empty() || unfinished_ > 0 ||
+        return !sending->empty() || filing_.isBusy() ||
                std::ranges::any_of(*items, [this](const auto& item) { return isDue(*item); });
     };
     while (isBusy()) {
@@ -159,6 +142,8 @@ Async<void> Outbox::finished() {
 
 Async<void> Outbox::run() {
     co_await loading_.finished();
+    for (auto& item : std::exchange(unfiled_, {}))
+        filing_.add(std::make_shared<const OutboxItem>(std::move(item)), OutboxFiling::Ending::sent);
     while (true) {
         changed_.lower();
         sendDue();
@@ -207,13 +192,15 @@ std::optional<Duration> Outbox::untilNext() const {
 // --- Sending -----------------------------------------------------------------------------------------------------
 
 Async<void> Outbox::send(OutboxItemPointer item) {
-    const auto account = environment_.account(item->accountID);
     std::shared_ptr<const Bytes> message;
+    bool hasKept = false;
     std::exception_ptr failure;
     try {
+        const auto account = environment_.account(item->accountID);
         if (!account) throw Cancelled();
         Built wire = co_await built(*account, *item);
         message = wire.message;
+        hasKept = co_await isKept(*item, message);
         MailCredential credential = co_await environment_.accounts.credential(*account);
         co_await transport_(*account, std::move(credential), std::move(wire.envelope), message);
     } catch (...) {
@@ -222,7 +209,7 @@ Async<void> Outbox::send(OutboxItemPointer item) {
     // What has happened is noted, also when the program ends.
     co_await ignoreCancellation();
     if (!failure)
-        co_await sent(item, *account, std::move(message));
+        co_await sent(item, hasKept ? nullptr : std::move(message));
     else if (!isCancellation(failure))
         co_await failed(*item, failure);
     ended(item->id);
@@ -236,10 +223,23 @@ Async<Outbox::Built> Outbox::built(const MailAccount& account, const OutboxItem&
     });
 }
 
-Async<void> Outbox::sent(OutboxItemPointer item, MailAccount account, std::shared_ptr<const Bytes> message) {
+/// Keeps what goes out until its copy is filed. False when it stays in memory alone, which is no reason not to send.
+Async<bool> Outbox::isKept(const OutboxItem& item, const std::shared_ptr<const Bytes>& message) const {
+    if (!files_.keepsAnything()) co_return false;
+    try {
+        co_await callOn(fileLane_, [&] { files_.keepMessage(item.id, *message); });
+        co_return true;
+    } catch (const FileError& error) {
+        log("Mail").error("A message could not be kept beside the outbox: {}", pub(error.sentence()));
+    }
+    co_return false;
+}
+
+/// From here on it is not sent again, whatever happens.
+Async<void> Outbox::sent(OutboxItemPointer item, std::shared_ptr<const Bytes> message) {
     std::exception_ptr failure;
     try {
-        co_await removeFile(item->id);
+        co_await callOn(fileLane_, [&] { files_.noteSent(item->id); });
     } catch (const FileError&) {
         failure = std::current_exception();
     }
@@ -251,7 +251,7 @@ Async<void> Outbox::sent(OutboxItemPointer item, MailAccount account, std::share
     } else if (item->isScheduled) {
         showBanner(tr("Scheduled message sent"), false, {});
     }
-    afterwards([this, account, item, message] { return fileSent(account, item, message); });
+    filing_.add(std::move(item), OutboxFiling::Ending::sent, std::move(message));
 }
 
 Async<void> Outbox::failed(const OutboxItem& item, std::exception_ptr failure) {
@@ -277,74 +277,34 @@ void Outbox::ended(const UUID& id) {
     idle_.raise();
 }
 
-// --- After a send ------------------------------------------------------------------------------------------------
-
-void Outbox::afterwards(std::move_only_function<Async<void>()> body) {
-    std::erase_if(afterwards_, [](const Task& task) { return task.isFinished(); });
-    ++unfinished_;
-    afterwards_.emplace_back(environment_.executors.main, [this, body = std::move(body)]() mutable -> Async<void> {
-        std::exception_ptr failure;
-        try {
-            co_await body();
-        } catch (...) {
-            failure = std::current_exception();
-        }
-        --unfinished_;
-        idle_.raise();
-        if (failure && !isCancellation(failure)) log("Mail").error("After a send: {}", pub(sentenceOf(failure)));
-    });
-}
-
-/// Each step is tried, whatever became of those before.
-Async<void> Outbox::fileSent(MailAccount account, OutboxItemPointer item, std::shared_ptr<const Bytes> message) {
-    std::exception_ptr failure;
-    const auto attempt = [&failure](auto&& step) -> Async<void> {
-        try {
-            co_await step();
-        } catch (...) {
-            failure = std::current_exception();
-        }
-        if (failure && isCancellation(failure)) std::rethrow_exception(failure);
-    };
-    if (!filesSentMail(account)) {
-        auto copy = [&] { return mail_.filing().fileSent(account, item->messageID, *message); };
-        co_await attempt(copy);
-    }
-    if (item->hasSavedDraft) {
-        auto clear = [&] { return mail_.filing().deleteDraft(account, item->messageID); };
-        co_await attempt(clear);
-    }
-    if (item->answering) {
-        if (const auto answered = environment_.context.messages.find(*item->answering))
-            mail_.actions().setAnswered({*answered});
-    }
-    if (failure) std::rethrow_exception(failure);
-}
-
 // --- What a person does ------------------------------------------------------------------------------------------
 
 Async<void> Outbox::enqueue(OutboxItem item) {
     const auto kept = std::make_shared<const OutboxItem>(std::move(item));
-    co_await write(*kept);
+    co_await uninterrupted([&] { return write(*kept); });
     put(kept);
     changed_.raise();
+}
+
+/// The person wants it back, or gone: it leaves the list, unless the disk refuses.
+Async<void> Outbox::take(OutboxItemPointer item, FileStep step) {
+    erase(item->id);
+    std::exception_ptr failure;
+    try {
+        co_await uninterrupted([&] { return callOn(fileLane_, [&] { (files_.*step)(item->id); }); });
+    } catch (const FileError&) {
+        failure = std::current_exception();
+    }
+    if (!failure) co_return;
+    put(std::move(item));
+    changed_.raise();
+    std::rethrow_exception(failure);
 }
 
 Async<bool> Outbox::takeBack(UUID id) {
     const auto held = item(id);
     if (!held || sending->contains(id)) co_return false;
-    erase(id);
-    std::exception_ptr failure;
-    try {
-        co_await removeFile(id);
-    } catch (const FileError&) {
-        failure = std::current_exception();
-    }
-    if (failure) {
-        put(held);
-        changed_.raise();
-        std::rethrow_exception(failure);
-    }
+    co_await take(held, &OutboxFiles::noteTaken);
     handedOff_[id] = held;
     co_return true;
 }
@@ -354,15 +314,26 @@ OutboxItemPointer Outbox::claim(const UUID& id) {
     return found ? std::move(found.mapped()) : nullptr;
 }
 
+Async<void> Outbox::putBack(OutboxItem taken) {
+    taken.sendAt = OutboxItem::distantFuture;
+    taken.failure = tr("It was taken back, and neither sent nor saved as a draft.");
+    co_await enqueue(std::move(taken));
+}
+
+Async<void> Outbox::release(UUID id) {
+    co_await callOn(fileLane_, [&] { files_.removeTaken(id); });
+}
+
 Async<bool> Outbox::retry(UUID id) {
     const auto held = item(id);
     if (!held || sending->contains(id)) co_return false;
     OutboxItem changed = *held;
     changed.sendAt = environment_.clock->now();
     changed.failure.reset();
-    const auto kept = std::make_shared<const OutboxItem>(std::move(changed));
-    put(kept);
-    co_await write(*kept);
+    co_await write(changed);
+    // Meanwhile its time may have come, or the person may have taken it back.
+    if (item(id) != held || sending->contains(id)) co_return false;
+    put(std::make_shared<const OutboxItem>(std::move(changed)));
     changed_.raise();
     co_return true;
 }
@@ -370,11 +341,8 @@ Async<bool> Outbox::retry(UUID id) {
 Async<bool> Outbox::discard(UUID id) {
     const auto held = item(id);
     if (!held || sending->contains(id)) co_return false;
-    erase(id);
-    co_await removeFile(id);
-    const auto account = environment_.account(held->accountID);
-    if (held->hasSavedDraft && account)
-        afterwards([this, account = *account, held] { return mail_.filing().deleteDraft(account, held->messageID); });
+    co_await take(held, &OutboxFiles::remove);
+    if (held->hasSavedDraft) filing_.add(held, OutboxFiling::Ending::discarded);
     co_return true;
 }
 
@@ -402,10 +370,6 @@ void Outbox::put(OutboxItemPointer item) {
 
 Async<void> Outbox::write(const OutboxItem& item) const {
     co_await callOn(fileLane_, [this, &item] { files_.write(item); });
-}
-
-Async<void> Outbox::removeFile(UUID id) const {
-    co_await callOn(fileLane_, [this, &id] { files_.remove(id); });
 }
 
 void Outbox::showBanner(std::string text, bool isError, std::optional<std::chrono::seconds> lifetime) {

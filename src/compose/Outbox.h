@@ -5,6 +5,7 @@
 #include "base/Observed.h"
 #include "base/Task.h"
 #include "compose/OutboxFiles.h"
+#include "compose/OutboxFiling.h"
 #include "compose/OutboxItem.h"
 #include "protocols/NetworkMonitor.h"
 #include "protocols/SMTPClient.h"
@@ -21,8 +22,6 @@
 #include <vector>
 
 namespace velmo {
-
-using OutboxItemPointer = std::shared_ptr<const OutboxItem>;
 
 /// The messages on their way out. Whatever a person sends waits here first: for the few seconds in which it can be
 /// taken back, or for the time that was chosen. Each item is a file of its own, so that it outlives the process.
@@ -76,8 +75,11 @@ class Outbox final : public MailService {
     /// Takes an item back, for `claim`. False when it is gone or being sent.
     Async<bool> takeBack(UUID id);
 
-    /// Hands over an item that was taken back, once; null otherwise.
+    /// Hands over an item that was taken back, once; null otherwise. It comes back, to wait for the person, at the next
+    /// start or by `putBack`, unless `release` has told that it is safe elsewhere or not wanted any more.
     OutboxItemPointer claim(const UUID& id);
+    Async<void> putBack(OutboxItem taken);
+    Async<void> release(UUID id);
 
     /// Sends an item that waits, now. False when it is gone or being sent.
     Async<bool> retry(UUID id);
@@ -99,18 +101,19 @@ class Outbox final : public MailService {
 
     void beginLoading();
     Async<void> load();
+    Async<void> recover(const OutboxItem& taken);
     Async<void> run();
     void sendDue();
     bool isDue(const OutboxItem& item) const;
     std::optional<Duration> untilNext() const;
     Async<void> send(OutboxItemPointer item);
     Async<Built> built(const MailAccount& account, const OutboxItem& item) const;
-    Async<void> sent(OutboxItemPointer item, MailAccount account, std::shared_ptr<const Bytes> message);
+    Async<bool> isKept(const OutboxItem& item, const std::shared_ptr<const Bytes>& message) const;
+    Async<void> sent(OutboxItemPointer item, std::shared_ptr<const Bytes> message);
     Async<void> failed(const OutboxItem& item, std::exception_ptr failure);
-    Async<void> fileSent(MailAccount account, OutboxItemPointer item, std::shared_ptr<const Bytes> message);
-    void afterwards(std::move_only_function<Async<void>()> body);
     Async<void> write(const OutboxItem& item) const;
-    Async<void> removeFile(UUID id) const;
+    using FileStep = void (OutboxFiles::*)(const UUID&) const;
+    Async<void> take(OutboxItemPointer item, FileStep step);
     void erase(const UUID& id);
     void put(OutboxItemPointer item);
     void ended(const UUID& id);
@@ -127,15 +130,12 @@ class Outbox final : public MailService {
     Flag changed_; ///< something may be due
     Flag idle_;    ///< something has ended
     std::map<UUID, Task> sends_;
-    std::vector<Task> afterwards_;
-    std::size_t unfinished_ = 0; ///< of `afterwards_`
+    OutboxFiling filing_;
+    std::vector<OutboxItem> unfiled_; ///< of an earlier process
     Task loading_, timer_;
     bool isLoading_ = false; ///< or has loaded
     bool hasStarted_ = false;
     bool isStopping_ = false;
 };
-
-/// True for servers that file what they send by themselves: a copy of ours would be a second one.
-bool filesSentMail(const MailAccount& account);
 
 }

@@ -6,13 +6,18 @@
 #include "platform/StagedFile.h"
 
 #include <algorithm>
+#include <set>
+#include <string>
 #include <system_error>
 
 namespace velmo {
 
 namespace {
 
-constexpr std::string_view ending = ".json";
+constexpr std::string_view waiting = ".json";
+constexpr std::string_view taken = ".taken";
+constexpr std::string_view sent = ".sent";
+constexpr std::string_view bytes = ".eml";
 
 std::filesystem::path setAside(const std::filesystem::path& file) {
     std::filesystem::path aside = file;
@@ -25,7 +30,7 @@ std::filesystem::path setAside(const std::filesystem::path& file) {
 
 }
 
-std::filesystem::path OutboxFiles::fileOf(const UUID& id) const {
+std::filesystem::path OutboxFiles::fileOf(const UUID& id, std::string_view ending) const {
     return folder_ / (id.text() + std::string(ending));
 }
 
@@ -35,32 +40,95 @@ OutboxFiles::Found OutboxFiles::load() const {
     if (folder_.empty() || !std::filesystem::is_directory(folder_, missing)) return found;
     for (const auto& entry : std::filesystem::directory_iterator(folder_)) {
         const auto& file = entry.path();
-        if (file.extension() != ending) continue;
-        const auto bytes = readFile(file);
-        if (!bytes) continue;
-        auto item = OutboxItem::fromJSON(*bytes);
+        const std::string ending = file.extension().string();
+        auto* list = ending == waiting ? &found.waiting
+                     : ending == taken ? &found.taken
+                     : ending == sent  ? &found.sent
+                                       : nullptr;
+        if (list == nullptr) continue;
+        const auto content = readFile(file);
+        if (!content) continue;
+        auto item = OutboxItem::fromJSON(*content);
         // Its name is how it is removed.
-        if (item && fileOf(item->id) == file)
-            found.items.push_back(*std::move(item));
+        if (item && fileOf(item->id, ending) == file)
+            list->push_back(*std::move(item));
         else
             found.setAside.push_back(setAside(file));
     }
-    std::ranges::stable_sort(found.items, {}, &OutboxItem::sendAt);
+    std::ranges::stable_sort(found.waiting, {}, &OutboxItem::sendAt);
+    dropForgotten(found);
     return found;
+}
+
+/// Bytes of attempts that came to nothing, and files that were never written to their end, whose names are hidden.
+void OutboxFiles::dropForgotten(const Found& found) const {
+    std::set<std::filesystem::path> wanted;
+    for (const auto& item : found.sent) wanted.insert(fileOf(item.id, bytes));
+    std::vector<std::filesystem::path> forgotten;
+    for (const auto& entry : std::filesystem::directory_iterator(folder_)) {
+        const auto& file = entry.path();
+        const bool isUnfinished = file.filename().string().starts_with('.');
+        if (isUnfinished || (file.extension() == bytes && !wanted.contains(file))) forgotten.push_back(file);
+    }
+    std::error_code stays;
+    for (const auto& file : forgotten) std::filesystem::remove(file, stays);
 }
 
 void OutboxFiles::write(const OutboxItem& item) const {
     if (folder_.empty()) return;
     makePrivateDirectory(folder_);
-    replaceFile(fileOf(item.id), item.json());
+    replaceFile(fileOf(item.id, waiting), item.json());
+    removeTaken(item.id);
+}
+
+void OutboxFiles::keepMessage(const UUID& id, BytesView message) const {
+    if (!folder_.empty()) replaceFile(fileOf(id, bytes), message);
+}
+
+std::optional<Bytes> OutboxFiles::message(const UUID& id) const {
+    return folder_.empty() ? std::nullopt : readFile(fileOf(id, bytes));
+}
+
+void OutboxFiles::noteSent(const UUID& id) const {
+    rename(id, sent);
+}
+
+void OutboxFiles::noteTaken(const UUID& id) const {
+    rename(id, taken);
+    removeFiles(id, {bytes});
+}
+
+void OutboxFiles::rename(const UUID& id, std::string_view ending) const {
+    if (folder_.empty()) return;
+    const auto file = fileOf(id, waiting);
+    std::error_code reason;
+    std::filesystem::rename(file, fileOf(id, ending), reason);
+    if (reason == std::errc::no_such_file_or_directory) return;
+    if (reason) throw FileError(file, reason);
+    flushDirectory(folder_);
 }
 
 void OutboxFiles::remove(const UUID& id) const {
+    removeFiles(id, {waiting, bytes});
+}
+
+void OutboxFiles::removeTaken(const UUID& id) const {
+    removeFiles(id, {taken});
+}
+
+void OutboxFiles::removeSent(const UUID& id) const {
+    removeFiles(id, {sent, bytes});
+}
+
+void OutboxFiles::removeFiles(const UUID& id, std::initializer_list<std::string_view> endings) const {
     if (folder_.empty()) return;
-    const auto file = fileOf(id);
-    std::error_code reason;
-    const bool wasThere = std::filesystem::remove(file, reason);
-    if (reason) throw FileError(file, reason);
+    bool wasThere = false;
+    for (const auto ending : endings) {
+        const auto file = fileOf(id, ending);
+        std::error_code reason;
+        wasThere = std::filesystem::remove(file, reason) || wasThere;
+        if (reason) throw FileError(file, reason);
+    }
     if (wasThere) flushDirectory(folder_);
 }
 

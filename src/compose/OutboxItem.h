@@ -7,6 +7,7 @@
 #include "formats/OutgoingMessage.h"
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -44,5 +45,7 @@ struct OutboxItem {
 
     friend bool operator==(const OutboxItem&, const OutboxItem&) = default;
 };
+
+using OutboxItemPointer = std::shared_ptr<const OutboxItem>;
 
 }

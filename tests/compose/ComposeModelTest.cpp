@@ -32,7 +32,7 @@ class ComposeModelTest : public WithServers<> {
         auto model = std::make_unique<ComposeModel>(rig_->mail(), *rig_->outbox, rig_->store->settings);
         rig_->store->run([&] { return model->load(request); });
         EXPECT_EQ(*model->errorMessage, std::nullopt);
-        EXPECT_FALSE(*model->isDirty);
+        EXPECT_EQ(*model->isDirty, request.as<ComposeRequest::Outbox>() != nullptr);
         return model;
     }
 
@@ -130,10 +130,21 @@ TEST_F(ComposeModelTest, TakenBackItIsTheSameMessage) {
     model = written(ComposeRequest::Outbox{item});
     EXPECT_EQ(model->messageID, messageID);
     EXPECT_EQ(model->to->size(), 2U);
+    // A window that closes on it puts it back.
+    rig_->store->run([&] { return model->close(); });
+    ASSERT_TRUE(rig_->outbox->item(item));
+    EXPECT_TRUE(rig_->outbox->item(item)->hasFailed());
+    EXPECT_TRUE(rig_->store->run([&] { return rig_->outbox->takeBack(item); }));
+    model = written(ComposeRequest::Outbox{item});
+    save(*model);
+    EXPECT_EQ(rig_->held(rig_->alice(), "Drafts").size(), 1U);
     rig_->store->settings.setInteger("undoSendSeconds", 0);
     EXPECT_TRUE(send(*model));
     EXPECT_EQ(rig_->inbox(rig_->bob, 1).at(0).messageID, messageID);
     EXPECT_EQ(rig_->held(rig_->alice(), "Sent").size(), 1U);
+    EXPECT_THAT(rig_->held(rig_->alice(), "Drafts"), IsEmpty());
+    EXPECT_THAT(*rig_->outbox->items, IsEmpty());
+    EXPECT_TRUE(std::filesystem::is_empty(rig_->outboxFolder()));
 }
 
 TEST_F(ComposeModelTest, NothingGoesOutWithABadAddress) {

@@ -210,7 +210,29 @@ TEST_F(OutboxTest, ReadsWhatAnotherProcessLeftAndSetsDamagedFilesAside) {
     EXPECT_EQ(attempts_, 1);
     EXPECT_TRUE(exists(stranger.id));
     EXPECT_EQ(outbox_->items->size(), 1U);
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder()), {}), 6);
+    // The damaged ones, the stranger's, and what was sent but can't be filed on a server that is out of reach.
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder()), {}), 5 + 1 + 2);
+}
+
+TEST_F(OutboxTest, WhatWasTakenBackIsKeptUntilItIsSafe) {
+    const auto lost = item(1h, "lost"), saved = item(1h, "saved"), queuedAgain = item(1h, "again");
+    for (const auto& one : {lost, saved, queuedAgain}) {
+        enqueue(one);
+        EXPECT_TRUE(store_->run([&] { return outbox_->takeBack(one.id); }));
+        EXPECT_TRUE(outbox_->claim(one.id));
+    }
+    store_->run([&] { return outbox_->release(saved.id); });
+    OutboxItem again = queuedAgain;
+    again.id = UUID::random();
+    enqueue(again);
+    close(); // the process ends before the others are safe
+    open();
+    ASSERT_EQ(outbox_->items->size(), 2U);
+    ASSERT_TRUE(outbox_->item(lost.id) && outbox_->item(again.id));
+    EXPECT_TRUE(outbox_->item(lost.id)->hasFailed());
+    EXPECT_FALSE(outbox_->item(again.id)->failure);
+    EXPECT_TRUE(store_->run([&] { return outbox_->discard(lost.id); }));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder()), {}), 1);
 }
 
 TEST_F(OutboxTest, SendsAFewAtATime) {
@@ -299,6 +321,30 @@ TEST_F(OutboxServers, DeliverWhatIsFiledAndClearTheDraft) {
     const auto arrived = rig.inbox(rig.bob, 1);
     ASSERT_EQ(arrived.size(), 1U);
     EXPECT_EQ(fromOurHeaders(rig.source(arrived.front())), copy + "\r\n");
+    EXPECT_TRUE(std::filesystem::is_empty(rig.outboxFolder()));
+}
+
+TEST_F(OutboxServers, FileWhatAProcessSentBeforeItDied) {
+    WritingRig rig;
+    OutboxItem item;
+    item.id = UUID::random();
+    item.accountID = rig.alice().id;
+    item.to = {{{}, "bob@example.test"}};
+    item.messageID = "<gone@example.test>";
+    const Bytes message = "From: alice@example.test\r\nMessage-ID: <gone@example.test>\r\n\r\nthose very bytes\r\n";
+    rig.reopen([&] {
+        const OutboxFiles files(rig.outboxFolder());
+        files.write(item);
+        files.keepMessage(item.id, message);
+        files.noteSent(item.id);
+        files.keepMessage(UUID::random(), "of an attempt that failed");
+        writeFile(rig.outboxFolder() / ".half-written", "x");
+    });
+    EXPECT_TRUE(rig.store->eventually([&] { return std::filesystem::is_empty(rig.outboxFolder()); }));
+    const auto copies = rig.held(rig.alice(), "Sent");
+    ASSERT_EQ(copies.size(), 1U);
+    EXPECT_EQ(rig.source(copies.front()), message);
+    EXPECT_THAT(rig.held(rig.bob, "INBOX"), IsEmpty());
 }
 
 }}

@@ -13,24 +13,21 @@ namespace velmo::test {
 /// Alice and Bob with their mail on real servers, and an outbox that has been started.
 class WritingRig {
   public:
-    WritingRig() : home_(aliceOf(servers_), servers_.value("ALICE_PASSWORD")), bob(bobOf(servers_)) {
-        store = std::make_unique<OpenStore>(home_, std::make_shared<SystemClock>(),
-                                            std::vector{std::pair{bob, servers_.value("BOB_PASSWORD")}});
-        network_ =
-            std::make_unique<NetworkMonitor>(store->runtime.executors().main, *mail().environment().clock, path_);
-        auto made =
-            std::make_unique<Outbox>(Outbox::Parts(mail(), store->settings, *network_, home_.store() / "Outbox"));
-        outbox = made.get();
-        mail().add(std::move(made));
-        outbox->start();
-        store->settings.setInteger("undoSendSeconds", 0);
-        pass();
-    }
+    WritingRig() : home_(aliceOf(servers_), servers_.value("ALICE_PASSWORD")), bob(bobOf(servers_)) { open(); }
     ~WritingRig() { store.reset(); }
     WritingRig(const WritingRig&) = delete;
     WritingRig& operator=(const WritingRig&) = delete;
 
+    /// The program ends, something happens, and it starts again.
+    template <class Meanwhile>
+    void reopen(Meanwhile meanwhile) {
+        store.reset();
+        meanwhile();
+        open();
+    }
+
     MailStore& mail() { return store->mail(); }
+    std::filesystem::path outboxFolder() const { return home_.store() / "Outbox"; }
     const MailAccount& alice() const { return home_.account; }
 
     void pass() {
@@ -62,6 +59,19 @@ class WritingRig {
     }
 
   private:
+    void open() {
+        store = std::make_unique<OpenStore>(home_, std::make_shared<SystemClock>(),
+                                            std::vector{std::pair{bob, servers_.value("BOB_PASSWORD")}});
+        network_ =
+            std::make_unique<NetworkMonitor>(store->runtime.executors().main, *mail().environment().clock, path_);
+        auto made = std::make_unique<Outbox>(Outbox::Parts(mail(), store->settings, *network_, outboxFolder()));
+        outbox = made.get();
+        mail().add(std::move(made));
+        outbox->start();
+        store->settings.setInteger("undoSendSeconds", 0);
+        pass();
+    }
+
     static MailAccount aliceOf(const MailServers& servers) {
         MailAccount account =
             StoreHome::accountAt(servers.imap(ServerConfig::Security::tls), servers.value("ALICE_USER"));

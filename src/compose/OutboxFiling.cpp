@@ -1,0 +1,182 @@
+#include "compose/OutboxFiling.h"
+
+#include "base/Text.h"
+#include "base/UserError.h"
+#include "platform/FileError.h"
+#include "platform/Log.h"
+#include "protocols/IMAPError.h"
+#include "protocols/SMTPError.h"
+
+#include <algorithm>
+#include <array>
+#include <set>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace velmo {
+
+namespace {
+
+constexpr Duration retryInterval{60'000};
+/// What the end of the program waits for.
+constexpr Duration grace{5'000};
+
+/// The servers of providers that file sent mail by themselves, by the ends of their names.
+constexpr std::array<std::string_view, 3> filingServers{"gmail.com", "office365.com", "outlook.com"};
+
+}
+
+bool filesSentMail(const MailAccount& account) {
+    if (account.provider == MailProvider::google || account.provider == MailProvider::microsoft) return true;
+    const std::string host = text::lowered(account.outgoing.host);
+    return std::ranges::any_of(filingServers, [&host](std::string_view name) {
+        return host == name || host.ends_with("." + std::string(name));
+    });
+}
+
+bool isConnectionFailure(const std::exception_ptr& failure) {
+    try {
+        std::rethrow_exception(failure);
+    } catch (const SMTPError& error) {
+        return error.kind() == SMTPError::Kind::connection;
+    } catch (const IMAPError& error) {
+        return error.kind() == IMAPError::Kind::connection || error.kind() == IMAPError::Kind::disconnected;
+    } catch (const MailConnectionError&) {
+        return true;
+    } catch (...) {
+        return false;
+    }
+}
+
+OutboxFiling::OutboxFiling(MailStore& mail, const OutboxFiles& files, Executor fileLane, std::function<void()> onTried)
+    : mail_(mail),
+      environment_(mail.environment()),
+      files_(files),
+      fileLane_(std::move(fileLane)),
+      onTried_(std::move(onTried)),
+      added_(environment_.executors.main),
+      tried_(environment_.executors.main) {}
+
+void OutboxFiling::add(OutboxItemPointer item, Ending ending, std::shared_ptr<const Bytes> message) {
+    entries_.push_back(std::make_shared<Entry>(std::move(item), ending, std::move(message)));
+    added_.raise();
+    if (std::exchange(isRunning_, true) || isStopping_) return;
+    worker_ = Task(environment_.executors.main, [this] { return run(); });
+}
+
+bool OutboxFiling::isBusy() const {
+    return std::ranges::any_of(entries_, [](const auto& entry) { return !entry->isTried; });
+}
+
+Async<void> OutboxFiling::run() {
+    while (!entries_.empty()) {
+        added_.lower();
+        co_await pass();
+        if (!entries_.empty()) co_await within(*environment_.clock, retryInterval, [this] { return added_.wait(); });
+    }
+    isRunning_ = false;
+}
+
+Async<void> OutboxFiling::pass() {
+    std::set<UUID> outOfReach;
+    const auto entries = entries_;
+    for (const auto& entry : entries) {
+        std::exception_ptr failure;
+        const bool isLeftOut = outOfReach.contains(entry->item->accountID);
+        if (!isLeftOut) failure = co_await tryFiling(*entry);
+        if (failure && isCancellation(failure)) std::rethrow_exception(failure);
+        if (failure) log("Mail").error("After a send: {}", pub(sentenceOf(failure)));
+        if (failure && isConnectionFailure(failure)) {
+            outOfReach.insert(entry->item->accountID);
+        } else if (!isLeftOut) {
+            co_await forget(*entry);
+            std::erase(entries_, entry);
+        }
+        entry->isTried = true;
+        tried_.raise();
+        onTried_();
+    }
+}
+
+/// Gives what failed. Files of an account that is gone stay as they are.
+Async<std::exception_ptr> OutboxFiling::tryFiling(const Entry& entry) {
+    const auto account = environment_.account(entry.item->accountID);
+    if (!account) co_return std::exception_ptr();
+    try {
+        co_await file(*account, entry);
+    } catch (...) {
+        co_return std::current_exception();
+    }
+    co_return std::exception_ptr();
+}
+
+/// Each step is tried, whatever became of those before.
+Async<void> OutboxFiling::file(const MailAccount& account, const Entry& entry) {
+    const OutboxItem& item = *entry.item;
+    std::exception_ptr failure;
+    const auto attempt = [&failure](auto&& step) -> Async<void> {
+        try {
+            co_await step();
+        } catch (...) {
+            failure = std::current_exception();
+        }
+        if (failure && isCancellation(failure)) std::rethrow_exception(failure);
+    };
+    if (entry.ending == Ending::sent && !filesSentMail(account)) {
+        auto copy = [&]() -> Async<void> {
+            const auto message = co_await messageOf(entry);
+            if (message) co_await mail_.filing().fileSent(account, item.messageID, *message);
+        };
+        co_await attempt(copy);
+    }
+    if (item.hasSavedDraft) {
+        auto clear = [&] { return mail_.filing().deleteDraft(account, item.messageID); };
+        co_await attempt(clear);
+    }
+    if (entry.ending == Ending::sent && item.answering) {
+        if (const auto answered = environment_.context.messages.find(*item.answering)) {
+            mail_.actions().setAnswered({*answered});
+            co_await mail_.actions().finished();
+        }
+    }
+    if (failure) std::rethrow_exception(failure);
+}
+
+Async<std::shared_ptr<const Bytes>> OutboxFiling::messageOf(const Entry& entry) const {
+    if (entry.message) co_return entry.message;
+    auto kept = co_await callOn(fileLane_, [&] { return files_.message(entry.item->id); });
+    if (!kept) {
+        log("Mail").error("The bytes of a message that was sent are gone.");
+        co_return nullptr;
+    }
+    co_return std::make_shared<const Bytes>(*std::move(kept));
+}
+
+Async<void> OutboxFiling::forget(const Entry& entry) const {
+    if (entry.ending == Ending::discarded || !environment_.account(entry.item->accountID)) co_return;
+    std::exception_ptr failure;
+    try {
+        co_await callOn(fileLane_, [&] { files_.removeSent(entry.item->id); });
+    } catch (const FileError&) {
+        failure = std::current_exception();
+    }
+    // It would be filed once more, in the place of the same.
+    if (failure) log("Mail").error("After a send: {}", pub(sentenceOf(failure)));
+}
+
+Async<void> OutboxFiling::untilTried() {
+    while (isBusy()) {
+        tried_.lower();
+        co_await tried_.wait();
+    }
+}
+
+Async<void> OutboxFiling::stop() {
+    isStopping_ = true;
+    co_await within(*environment_.clock, grace, [this] { return untilTried(); });
+    worker_.cancel();
+    co_await worker_.finished();
+}
+
+}
