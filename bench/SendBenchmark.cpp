@@ -2,10 +2,14 @@
 
 #include "base/Clock.h"
 #include "base/Runtime.h"
+#include "base/Text.h"
+#include "bench/Home.h"
 #include "bench/Process.h"
 #include "bench/Timing.h"
+#include "compose/Outbox.h"
 #include "protocols/DotStuffing.h"
 #include "protocols/SMTPClient.h"
+#include "support/Eventually.h"
 #include "support/MailServers.h"
 #include "support/TemporaryDirectory.h"
 
@@ -24,6 +28,10 @@ constexpr int rounds = 7;
 constexpr std::size_t largeSize = 20'000'000;
 constexpr int messageCount = 200;
 constexpr std::size_t messageSize = 20'000;
+constexpr int waitingItems = 1'000;
+constexpr int attachedEvery = 10; ///< items
+constexpr std::size_t attachedSize = 50'000;
+constexpr int starts = 5;
 
 /// Lines of some 70 bytes of which one in ten begins with a dot, and some hold one.
 Bytes writtenText(std::size_t size) {
@@ -81,9 +89,65 @@ double peers(const MailServers& servers, const Bytes& message) {
     });
 }
 
+/// Mail for tomorrow, and one message that is due: when it goes out, the outbox is read and armed.
+void fillOutbox(const std::filesystem::path& folder, const UUID& accountID, Date now) {
+    const OutboxFiles files(folder);
+    OutboxItem item;
+    item.accountID = accountID;
+    item.isScheduled = true;
+    item.to = {{"Bob", "bob@example.test"}};
+    item.subject = "Minutes";
+    item.body = text::replacedAll(writtenText(3'000), "\r\n", "\n");
+    for (int i = 0; i <= waitingItems; ++i) {
+        item.id = UUID::random();
+        item.messageID = "<" + item.id.text() + "@example.test>";
+        item.sendAt = i == waitingItems ? now : now + std::chrono::hours(24) + std::chrono::seconds(i);
+        item.attachments.clear();
+        if (i % attachedEvery == 0)
+            item.attachments.push_back({UUID::random(), "a.bin", "x/y", Bytes(attachedSize, '\xA7')});
+        files.write(item);
+    }
 }
 
-std::vector<Row> benchSending() {
+double startOfOutbox(Home& home, const std::filesystem::path& folder) {
+    double seconds = 0;
+    home.use([&](Runtime& runtime, Application& application) {
+        MemoryNetworkPath path;
+        NetworkMonitor network(runtime.executors().main, application.clock(), path);
+        Outbox::Parts parts(application.store(), application.settings(), network, folder);
+        bool isArmed = false;
+        parts.transport = [&isArmed](auto...) -> Async<void> {
+            isArmed = true;
+            throw SMTPError::connection(MailConnectionError::cannotConnect("localhost"));
+            co_return;
+        };
+        seconds = secondsOf([&] {
+            Outbox outbox(std::move(parts));
+            outbox.start();
+            if (!test::eventually(runtime, [&] { return isArmed; }))
+                throw std::runtime_error("the outbox stands still");
+            runtime.run([&] { return outbox.stop(); });
+        });
+    });
+    return seconds;
+}
+
+Row outboxRow(const std::filesystem::path& programs) {
+    Home home(programs);
+    const auto accounts = home.addAccounts(1);
+    double slowest = 0;
+    for (int i = 0; i < starts; ++i) {
+        const auto folder = home / ("Outbox" + std::to_string(i));
+        fillOutbox(folder, accounts.front(), SystemClock().now());
+        slowest = std::max(slowest, startOfOutbox(home, folder));
+    }
+    return {
+        "outbox with 1,000 waiting: start until armed, slowest of 5", slowest * 1e3, {}, "ms", 200, Row::Better::lower};
+}
+
+}
+
+std::vector<Row> benchSending(const std::filesystem::path& programs) {
     const Bytes large = writtenText(largeSize);
     const double stuffing = rateOf(large, [](const Bytes& text) { return dotStuffed(text); });
     const double copying = rateOf(large, [](const Bytes& text) { return Bytes(text); });
@@ -98,6 +162,7 @@ std::vector<Row> benchSending() {
         Row{"dot-stuffing, against one copy", stuffing, copying, "MB/s", {}},
         Row{"dot-stuffing", stuffing, {}, "MB/s", 500},
         Row{"send 200 messages of 20 KB over TLS, against msmtp", we, they, "s", 1.0, Row::Better::lower},
+        outboxRow(programs),
     };
 }
 

@@ -39,7 +39,7 @@ constexpr std::array matters{
     Matter{"search", benchSearch},
     Matter{"sync", benchSync},
     Matter{"bodies", benchBodies},
-    Matter{"send", [](const auto&) { return benchSending(); }},
+    Matter{"send", benchSending},
     Matter{"start", benchStart},
     Matter{"idle", benchIdle},
     Matter{"arrival", benchArrival},
