@@ -212,10 +212,22 @@ Async<void> ComposeModel::fill(const ComposeRequest::EditDraft& request) {
     if (!own.empty()) messageID = own.front();
     std::vector<OutgoingAttachment> files;
     for (const auto& one : content.attachments) {
-        if (!one.isInline) files.push_back({UUID::random(), one.filename, one.mimeType, one.data});
+        // Pictures that another program put into the text go along as files, since the text is plain here.
+        const bool isOwn = Signatures::isPicture(one.contentID.value_or(""));
+        if (!isOwn) files.push_back({UUID::random(), one.filename, one.mimeType, one.data});
     }
     attachments = std::move(files);
+    if (inReplyTo) answering = messageWith(*inReplyTo, draft.accountID);
     hasSavedDraft = true;
+}
+
+/// Absent when the account does not hold it.
+std::optional<std::int64_t> ComposeModel::messageWith(const std::string& identifier, const UUID& accountID) const {
+    for (const auto id : mail_.context().lists.idsOf({identifier})) {
+        const auto found = mail_.context().messages.find(id);
+        if (found && found->accountID == accountID) return id;
+    }
+    return std::nullopt;
 }
 
 MessageRecord ComposeModel::record(std::int64_t id) const {

@@ -96,6 +96,7 @@ class ComposeModel {
     Async<void> fill(const ComposeRequest::EditDraft& request);
     Async<void> fillFrom(ComposeRequest request);
     MessageRecord record(std::int64_t id) const;
+    std::optional<std::int64_t> messageWith(const std::string& identifier, const UUID& accountID) const;
     void answer(const MessageRecord& original, const ParsedMessage& content);
     void setContext(const MessageRecord& original, const ParsedMessage& content);
     void layOut(std::string_view written);

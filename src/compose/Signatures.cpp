@@ -11,6 +11,8 @@ namespace velmo {
 
 namespace {
 
+constexpr std::string_view pictureStart = "signature-";
+constexpr std::string_view pictureEnd = "@velmo";
 constexpr std::string_view pictureMark = "\uFFFC";
 
 std::string textKey(const UUID& account) {
@@ -126,9 +128,13 @@ HTMLWithPictures Signatures::html(const std::vector<SignaturePiece>& pieces) {
 }
 
 InlinePicture Signatures::picture(BytesView data, std::size_t index) {
-    return {.contentID = fmt::format("signature-{}@velmo", index),
+    return {.contentID = fmt::format("{}{}{}", pictureStart, index, pictureEnd),
             .mimeType = data.starts_with("\xFF\xD8\xFF") ? "image/jpeg" : "image/png",
             .data = Bytes(data)};
+}
+
+bool Signatures::isPicture(std::string_view contentID) {
+    return contentID.starts_with(pictureStart) && contentID.ends_with(pictureEnd);
 }
 
 }

@@ -43,6 +43,9 @@ class Signatures {
     /// A picture of a signature by its place among the pictures, counted from 0.
     static InlinePicture picture(BytesView data, std::size_t index);
 
+    /// True for the content ID of a signature's picture, as `picture` makes it.
+    static bool isPicture(std::string_view contentID);
+
   private:
     Settings& settings_;
 };

@@ -110,6 +110,27 @@ TEST_F(ComposeModelTest, ADraftIsOneMessageHoweverOftenItIsSaved) {
     EXPECT_EQ(rig_->inbox(rig_->alice(), 1).size(), 1U); // by the blind copy
 }
 
+TEST_F(ComposeModelTest, ADraftOfAnotherProgramLosesNothing) {
+    const auto original = fromAlice("a question");
+    const Bytes draft =
+        "From: bob@example.test\r\nTo: \"A, B\" <alice@example.test>\r\nMessage-ID: <d@x>\r\nIn-Reply-To: " +
+        original.messageID.value() +
+        "\r\nSubject: an answer\r\nMIME-Version: 1.0\r\nContent-Type: multipart/related; boundary=b\r\n\r\n"
+        "--b\r\nContent-Type: text/html\r\n\r\n<p>Hi <b>there</b><img src=cid:p></p>\r\n"
+        "--b\r\nContent-Type: image/png\r\nContent-ID: <p>\r\nContent-Disposition: inline\r\n\r\nPNG\r\n"
+        "--b\r\nContent-Type: image/png\r\nContent-ID: <signature-0@velmo>\r\n"
+        "Content-Disposition: inline\r\n\r\nlogo\r\n--b--\r\n";
+    rig_->store->run([&] { return rig_->mail().filing().saveDraft(rig_->bob, "<d@x>", draft); });
+    const auto model = written(ComposeRequest::EditDraft{rig_->held(rig_->bob, "Drafts").at(0).id, UUID::random()});
+    EXPECT_THAT(*model->body, StartsWith("Hi there"));
+    ASSERT_EQ(model->attachments->size(), 1U);
+    EXPECT_EQ(model->attachments->front().data, "PNG");
+    EXPECT_THAT(*model->to, ElementsAre(IMAPAddress{"A, B", "alice@example.test"}));
+    EXPECT_TRUE(send(*model));
+    EXPECT_TRUE(rig_->mail().context().messages.find(original.id)->isAnswered);
+    EXPECT_THAT(rig_->held(rig_->bob, "Drafts"), IsEmpty());
+}
+
 TEST_F(ComposeModelTest, TakenBackItIsTheSameMessage) {
     rig_->store->settings.setInteger("undoSendSeconds", 3600);
     auto model =
@@ -160,7 +181,9 @@ TEST_F(ComposeModelTest, NothingGoesOutWithABadAddress) {
 
 TEST_F(ComposeModelTest, ForwardsFilesAndSwitchesSignatures) {
     Signatures signatures(rig_->store->settings);
-    signatures.save("Alice A.", {}, rig_->alice().id);
+    SignaturePiece logo;
+    logo.picture = "PNG";
+    signatures.save("Alice A.", {logo}, rig_->alice().id);
     signatures.save("Bob B.", {}, rig_->bob.id);
     auto model = written(ComposeRequest::New{rig_->alice().id, UUID::random()});
     model->to = addresses({}, "bob@example.test");
@@ -172,6 +195,7 @@ TEST_F(ComposeModelTest, ForwardsFilesAndSwitchesSignatures) {
     EXPECT_EQ(*model->subject, "Fwd: files");
     EXPECT_THAT(*model->to, IsEmpty());
     EXPECT_EQ(model->inReplyTo, std::nullopt);
+    EXPECT_THAT(rig_->source(arrived), HasSubstr("Content-ID: <signature-0@velmo>"));
     ASSERT_EQ(model->attachments->size(), 1U);
     EXPECT_EQ(model->attachments->front().data, "data");
     EXPECT_TRUE(model->replyContext->isForward);

@@ -164,8 +164,10 @@ TEST_F(OutboxTest, TriesAgainEveryMinuteWhileTheServerIsOutOfReach) {
 }
 
 TEST_F(OutboxTest, ARefusedMessageWaitsForThePerson) {
-    answers_ = {Answer::refuses, Answer::refuses};
-    const auto id = enqueue(item(0s, ""));
+    answers_ = {Answer::refuses, Answer::refuses, Answer::accepts};
+    auto scheduled = item(0s, "");
+    scheduled.isScheduled = true;
+    const auto id = enqueue(scheduled);
     const std::string sentence = SMTPError::rejected("bob@example.test", "no such person").sentence();
     ASSERT_TRUE(eventually([&] { return banner() == "Couldn't send “(No Subject)”: " + sentence; }));
     EXPECT_EQ((*store_->mail().status().banner)->lifetime, 12s);
@@ -180,7 +182,9 @@ TEST_F(OutboxTest, ARefusedMessageWaitsForThePerson) {
     EXPECT_TRUE(store_->run([&] { return outbox_->retry(id); }));
     ASSERT_TRUE(eventually([&] { return attempts_ == 2; }));
     settle();
-    EXPECT_TRUE(store_->run([&] { return outbox_->discard(id); }));
+    EXPECT_TRUE(outbox_->item(id)->isScheduled);
+    EXPECT_TRUE(store_->run([&] { return outbox_->retry(id); }));
+    EXPECT_TRUE(eventually([&] { return banner() == "Scheduled message sent"; }));
     EXPECT_FALSE(exists(id));
 }
 
