@@ -66,7 +66,8 @@ class ComposeModel {
     Async<bool> send(std::optional<Date> at = {});
     const std::optional<UUID>& queuedItem() const { return queuedItem_; }
 
-    /// Saves the draft now, unless it is blank. Throws what the server refuses; the message stays dirty then.
+    /// Saves the draft now, unless it is blank. Throws what the server refuses; the message stays dirty then, and this
+    /// machine keeps it.
     Async<void> saveDraft();
 
     /// Deletes the draft on the server, where there is one. What was taken back from the outbox for this is not wanted
@@ -76,8 +77,8 @@ class ComposeModel {
     /// The message as it stands; absent without an account.
     std::optional<OutgoingMessage> buildOutgoing() const;
 
-    /// Ends saving. Nothing is saved by this; a message taken back from the outbox, and neither saved nor sent since,
-    /// is put back there to wait for the person.
+    /// Ends saving. Nothing is saved by this; a message that was taken back from the outbox and neither saved nor sent
+    /// since, or whose draft the server did not take, is put into the outbox to wait for the person.
     Async<void> close();
 
     /// The pause in writing after which a draft is saved.
@@ -104,6 +105,7 @@ class ComposeModel {
     std::optional<std::string> signatureOf(const std::optional<UUID>& accountID) const;
     void changed();
     Async<void> saveAfterPause();
+    Async<void> keepHere(const MailAccount& sender);
     Async<void> releaseTaken();
     Async<void> whileSaving();
     OutboxItem content() const;
@@ -114,7 +116,7 @@ class ComposeModel {
     Settings& settings_;
     std::vector<std::unique_ptr<ScopedConnection>> connections_;
     std::optional<UUID> queuedItem_;
-    OutboxItemPointer taken_; ///< from the outbox, which has it until this is saved or sent
+    OutboxItemPointer taken_; ///< what the outbox keeps of this until it is saved or sent
     Flag saved_;
     Task saving_;
     std::uint64_t revision_ = 0;

@@ -214,9 +214,24 @@ Async<void> ComposeModel::saveDraft() {
     } catch (...) {
         failure = std::current_exception();
     }
+    if (failure && !isCancellation(failure)) co_await keepHere(*sender);
     isSavingDraft = false;
     saved_.raise();
     if (failure) std::rethrow_exception(failure);
+}
+
+/// The server does not take it now; so the outbox keeps it, as though it had been there and been taken back.
+Async<void> ComposeModel::keepHere(const MailAccount& sender) {
+    OutboxItem kept = content();
+    kept.id = taken_ ? taken_->id : UUID::random();
+    kept.accountID = sender.id;
+    kept.sendAt = OutboxItem::distantFuture;
+    try {
+        co_await outbox_.keep(kept);
+        taken_ = std::make_shared<const OutboxItem>(std::move(kept));
+    } catch (const FileError& error) {
+        log("Mail").error("A draft could not be kept: {}", pub(error.sentence()));
+    }
 }
 
 Async<void> ComposeModel::deleteDraft() {

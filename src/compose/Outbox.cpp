@@ -316,8 +316,12 @@ OutboxItemPointer Outbox::claim(const UUID& id) {
 
 Async<void> Outbox::putBack(OutboxItem taken) {
     taken.sendAt = OutboxItem::distantFuture;
-    taken.failure = tr("It was taken back, and neither sent nor saved as a draft.");
+    taken.failure = tr("It was neither sent nor saved as a draft.");
     co_await enqueue(std::move(taken));
+}
+
+Async<void> Outbox::keep(OutboxItem item) {
+    co_await callOn(fileLane_, [&] { files_.writeTaken(item); });
 }
 
 Async<void> Outbox::release(UUID id) {

@@ -81,6 +81,9 @@ class Outbox final : public MailService {
     Async<void> putBack(OutboxItem taken);
     Async<void> release(UUID id);
 
+    /// Keeps what is being written, and can't be saved elsewhere now, as one that was taken back and claimed.
+    Async<void> keep(OutboxItem item);
+
     /// Sends an item that waits, now. False when it is gone or being sent.
     Async<bool> retry(UUID id);
 

@@ -81,6 +81,12 @@ void OutboxFiles::write(const OutboxItem& item) const {
     removeTaken(item.id);
 }
 
+void OutboxFiles::writeTaken(const OutboxItem& item) const {
+    if (folder_.empty()) return;
+    makePrivateDirectory(folder_);
+    replaceFile(fileOf(item.id, taken), item.json());
+}
+
 void OutboxFiles::keepMessage(const UUID& id, BytesView message) const {
     if (!folder_.empty()) replaceFile(fileOf(id, bytes), message);
 }

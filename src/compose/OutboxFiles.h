@@ -37,6 +37,8 @@ class OutboxFiles {
 
     /// Writes an item that waits, with the folder where that was missing. One of its ID that was taken back is over.
     void write(const OutboxItem& item) const;
+    /// Writes one as though it had been taken back.
+    void writeTaken(const OutboxItem& item) const;
 
     /// Keeps the bytes of a message that is about to be handed to the server.
     void keepMessage(const UUID& id, BytesView message) const;

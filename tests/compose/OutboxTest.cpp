@@ -4,6 +4,7 @@
 
 #include "base/ManualClock.h"
 #include "base/Text.h"
+#include "compose/ComposeModel.h"
 #include "compose/WritingRig.h"
 #include "formats/ParsedMessage.h"
 #include "support/ServerTest.h"
@@ -237,6 +238,29 @@ TEST_F(OutboxTest, WhatWasTakenBackIsKeptUntilItIsSafe) {
     EXPECT_FALSE(outbox_->item(again.id)->failure);
     EXPECT_TRUE(store_->run([&] { return outbox_->discard(lost.id); }));
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder()), {}), 1);
+}
+
+TEST_F(OutboxTest, ADraftThatNoServerTakesIsKept) {
+    const auto written = [this](const std::string& body) {
+        auto model = std::make_unique<ComposeModel>(store_->mail(), *outbox_, store_->settings);
+        store_->run([&] { return model->load(ComposeRequest(ComposeRequest::New{home_.account.id, UUID::random()})); });
+        model->body = body;
+        EXPECT_ANY_THROW(store_->run([&] { return model->saveDraft(); }));
+        EXPECT_TRUE(*model->isDirty);
+        return model;
+    };
+    auto unwanted = written("unwanted"), closed = written("one");
+    closed->body = "two";
+    EXPECT_ANY_THROW(store_->run([&] { return closed->saveDraft(); }));
+    EXPECT_THAT(*outbox_->items, IsEmpty());
+    const auto kept = [this] { return std::distance(std::filesystem::directory_iterator(folder()), {}); };
+    EXPECT_EQ(kept(), 2);
+    store_->run([&] { return unwanted->deleteDraft(); });
+    EXPECT_EQ(kept(), 1);
+    for (auto* model : {unwanted.get(), closed.get()}) store_->run([&] { return model->close(); });
+    ASSERT_EQ(outbox_->items->size(), 1U);
+    EXPECT_EQ(outbox_->items->front()->body, "two");
+    EXPECT_TRUE(outbox_->items->front()->hasFailed());
 }
 
 TEST_F(OutboxTest, SendsAFewAtATime) {
