@@ -111,17 +111,20 @@ Async<std::exception_ptr> OutboxFiling::tryFiling(const Entry& entry) {
     co_return std::exception_ptr();
 }
 
-/// Each step is tried, whatever became of those before.
+/// Each step is tried, whatever became of those before. Throws the failure of one, if of any that the server was out of
+/// reach, since all are to be tried again then.
 Async<void> OutboxFiling::file(const MailAccount& account, const Entry& entry) {
     const OutboxItem& item = *entry.item;
     std::exception_ptr failure;
     const auto attempt = [&failure](auto&& step) -> Async<void> {
+        std::exception_ptr own;
         try {
             co_await step();
         } catch (...) {
-            failure = std::current_exception();
+            own = std::current_exception();
         }
-        if (failure && isCancellation(failure)) std::rethrow_exception(failure);
+        if (own && isCancellation(own)) std::rethrow_exception(own);
+        if (own && !(failure && isConnectionFailure(failure))) failure = own;
     };
     if (entry.ending == Ending::sent && !filesSentMail(account)) {
         auto copy = [&]() -> Async<void> {
@@ -135,10 +138,11 @@ Async<void> OutboxFiling::file(const MailAccount& account, const Entry& entry) {
         co_await attempt(clear);
     }
     if (entry.ending == Ending::sent && item.answering) {
-        if (const auto answered = environment_.context.messages.find(*item.answering)) {
-            mail_.actions().setAnswered({*answered});
-            co_await mail_.actions().finished();
-        }
+        auto mark = [&]() -> Async<void> {
+            const auto answered = environment_.context.messages.find(*item.answering);
+            if (answered) co_await mail_.filing().markAnswered(account, *answered);
+        };
+        co_await attempt(mark);
     }
     if (failure) std::rethrow_exception(failure);
 }

@@ -9,28 +9,13 @@ namespace velmo {
 
 namespace {
 
-/// Where a flag stands in a record, and in a change of one.
-struct FlagFields {
-    bool MessageRecord::*held;
-    std::optional<bool> MessageChange::*changed;
-};
-
-FlagFields fieldsOf(FlagChanges::Flag flag) {
-    switch (flag) {
-    case FlagChanges::Flag::seen: return {&MessageRecord::isSeen, &MessageChange::isSeen};
-    case FlagChanges::Flag::flagged: return {&MessageRecord::isFlagged, &MessageChange::isFlagged};
-    case FlagChanges::Flag::answered: break;
-    }
-    return {&MessageRecord::isAnswered, &MessageChange::isAnswered};
-}
-
 bool valueOf(const MessageRecord& record, FlagChanges::Flag flag) {
-    return record.*fieldsOf(flag).held;
+    return flag == FlagChanges::Flag::seen ? record.isSeen : record.isFlagged;
 }
 
 MessageChange changeTo(FlagChanges::Flag flag, bool value) {
     MessageChange change;
-    change.*fieldsOf(flag).changed = value;
+    (flag == FlagChanges::Flag::seen ? change.isSeen : change.isFlagged) = value;
     return change;
 }
 

@@ -1,5 +1,8 @@
 #include "store/MailFiling.h"
 
+#include "store/MessageGroups.h"
+#include "store/ServerCommands.h"
+
 namespace velmo {
 
 Async<void> MailFiling::saveDraft(MailAccount account, std::string messageID, Bytes message) {
@@ -9,6 +12,18 @@ Async<void> MailFiling::saveDraft(MailAccount account, std::string messageID, By
 
 Async<void> MailFiling::fileSent(MailAccount account, std::string messageID, Bytes message) {
     return replace(std::move(account), MailboxRole::sent, std::move(messageID), {"\\Seen"}, std::move(message));
+}
+
+Async<void> MailFiling::markAnswered(MailAccount account, MessageRecord message) {
+    const auto engine = engines_.engine(account);
+    const std::vector<MessageRecord> messages{message};
+    for (auto& group : grouped(messages)) {
+        auto command = setFlagOnServer(engine, std::move(group), IMAPClient::FlagChange::add, "\\Answered");
+        const CommandOutcome outcome = co_await std::move(command);
+        if (outcome.failure) std::rethrow_exception(outcome.failure);
+    }
+    // The store follows the server: a mark of its own would not be brought there by anybody if this ended in between.
+    co_await sync_->syncMailboxAfresh(account, message.mailboxPath);
 }
 
 Async<void> MailFiling::replace(MailAccount account, MailboxRole role, std::string messageID,

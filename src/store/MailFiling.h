@@ -29,6 +29,9 @@ class MailFiling {
     /// Deletes the draft with this Message-ID, where there is one.
     Async<void> deleteDraft(MailAccount account, std::string messageID);
 
+    /// Marks a message as answered.
+    Async<void> markAnswered(MailAccount account, MessageRecord message);
+
     /// Puts a copy of what was sent among the sent mail; one that is there already stays the only one.
     Async<void> fileSent(MailAccount account, std::string messageID, Bytes message);
 

@@ -275,10 +275,6 @@ Taken MessageActions::setFlagged(const Records& records, FlagState state) {
     return state_->setFlag(records, FlagChanges::Flag::flagged, change);
 }
 
-Taken MessageActions::setAnswered(const Records& records) {
-    return state_->setFlag(records, FlagChanges::Flag::answered, FlagChanges::Change::add);
-}
-
 Taken MessageActions::label(const Records& records, const std::string& key, LabelChange change) {
     const auto ids = idsOf(records);
     const std::vector<std::int64_t> wanted(ids.begin(), ids.end());

@@ -62,9 +62,6 @@ class MessageActions {
     Taken setRead(const Records& records, ReadState state);
     Taken setFlagged(const Records& records, FlagState state);
 
-    /// They have been answered; nothing takes that back.
-    Taken setAnswered(const Records& records);
-
     /// On this machine only: servers know nothing of labels.
     Taken label(const Records& records, const std::string& key, LabelChange change);
 

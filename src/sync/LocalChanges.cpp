@@ -23,12 +23,7 @@ bool put(std::set<std::string>& flags, LocalChanges::Flag flag, bool value) {
 }
 
 std::string_view LocalChanges::nameOf(Flag flag) {
-    switch (flag) {
-    case Flag::seen: return "\\Seen";
-    case Flag::flagged: return "\\Flagged";
-    case Flag::answered: break;
-    }
-    return "\\Answered";
+    return flag == Flag::seen ? "\\Seen" : "\\Flagged";
 }
 
 // --- Readings ----------------------------------------------------------------------------------------------------

@@ -21,7 +21,7 @@ namespace velmo {
 /// take the change back until the next sync. May be used from any executor; made by `std::make_shared`.
 class LocalChanges : public std::enable_shared_from_this<LocalChanges> {
   public:
-    enum class Flag { seen, flagged, answered };
+    enum class Flag { seen, flagged };
 
     /// As servers call it (RFC 3501 §2.3.2).
     static std::string_view nameOf(Flag flag);
