@@ -5,6 +5,7 @@
 #include "terminal/CommandSocket.h"
 #include "terminal/Failure.h"
 #include "terminal/Frames.h"
+#include "terminal/TextEditor.h"
 
 #include <array>
 #include <boost/asio/as_tuple.hpp>
@@ -13,6 +14,7 @@
 #include <boost/asio/this_coro.hpp>
 #include <boost/asio/use_awaitable.hpp>
 #include <boost/asio/write.hpp>
+#include <sys/socket.h>
 
 namespace velmo {
 
@@ -24,7 +26,7 @@ namespace {
 constexpr Duration patience{10'000};
 constexpr Duration look{50};
 
-/// The longest frame that the application sends holds a prompt, or a part of a stream.
+/// The longest frame that the application sends holds a prompt, a text to edit, or a part of a stream.
 constexpr std::size_t longestPayload = 1 << 20;
 
 /// The connection to the application.
@@ -53,6 +55,12 @@ class RunningApplication {
             if (error) co_return std::nullopt;
             reader_.append(BytesView(bytes_.data(), count));
         }
+    }
+
+    /// Something that was not received yet has come, or the end: then nobody waits for an answer any more.
+    bool hasMore() {
+        char c = 0;
+        return recv(socket_.native_handle(), &c, 1, MSG_PEEK | MSG_DONTWAIT) >= 0;
     }
 
   private:
@@ -97,6 +105,22 @@ Async<void> answer(RunningApplication& application, FrameType question, std::str
     co_await application.send(type, std::move(text).value_or(Bytes()));
 }
 
+/// It may be hours until the person has written, and the application gone by then.
+Async<void> answerEdited(RunningApplication& application, std::string prompt, LocalConsole& console) {
+    std::string text, trouble;
+    try {
+        text = co_await console.editText(std::move(prompt));
+    } catch (const UserError& error) {
+        trouble = error.sentence();
+    }
+    if (!trouble.empty()) {
+        co_await application.send(FrameType::editFailed, std::move(trouble));
+        co_return;
+    }
+    const bool isSent = !application.hasMore() && co_await application.send(FrameType::answer, text);
+    if (!isSent) console.note(tr("What you wrote is kept in {}.", keptText(text).string()));
+}
+
 /// Until the end of the command; gives its exit code.
 Async<int> follow(RunningApplication& application, LocalConsole& console) {
     for (;;) {
@@ -111,6 +135,7 @@ Async<int> follow(RunningApplication& application, LocalConsole& console) {
         case FrameType::progress: console.progress(frame->payload); break;
         case FrameType::askSecret:
         case FrameType::askLine: co_await answer(application, frame->type, std::move(frame->payload), console); break;
+        case FrameType::editText: co_await answerEdited(application, std::move(frame->payload), console); break;
         case FrameType::end: {
             const auto code = text::parseUnsigned32(frame->payload);
             co_return code ? static_cast<int>(*code & 0xFF) : ExitCode::failed;

@@ -22,6 +22,15 @@ namespace velmo {
 
 namespace asio = boost::asio;
 
+namespace {
+
+bool isAnswer(FrameType type, FrameType question) {
+    return type == FrameType::answer || type == FrameType::noAnswer ||
+           (type == FrameType::editFailed && question == FrameType::editText);
+}
+
+}
+
 struct CommandConnection::State {
     State(FileDescriptor descriptor, const Executors& executors, Clock& clock_, const CommandHooks& hooks_)
         : main(executors.main),
@@ -45,8 +54,8 @@ struct CommandConnection::State {
     bool isTaken = false;
     bool isQuitting = false;
     bool hasEnded = false;
-    int questions = 0;
-    std::deque<std::optional<std::string>> answers;
+    std::deque<FrameType> questions;
+    std::deque<Frame> answers;
     Flag answered{strand};
     Flag toWrite{strand};
     Flag drained{strand};
@@ -193,26 +202,24 @@ void CommandConnection::quit() {
 Async<void> CommandConnection::readAnswers() {
     for (;;) {
         auto frame = co_await readFrame();
-        if (!frame || state_->questions == 0) break;
-        if (frame->type != FrameType::answer && frame->type != FrameType::noAnswer) break;
-        --state_->questions;
-        state_->answers.push_back(frame->type == FrameType::answer ? std::optional(std::move(frame->payload))
-                                                                   : std::nullopt);
+        if (!frame || state_->questions.empty() || !isAnswer(frame->type, state_->questions.front())) break;
+        state_->questions.pop_front();
+        state_->answers.push_back(*std::move(frame));
         state_->answered.raise();
     }
     clientGone();
 }
 
-Async<std::optional<std::string>> CommandConnection::ask(FrameType question, std::string prompt) {
-    return runOn(state_->strand, [this, question, prompt = std::move(prompt)]() -> Async<std::optional<std::string>> {
-        ++state_->questions;
+Async<Frame> CommandConnection::ask(FrameType question, std::string prompt) {
+    return runOn(state_->strand, [this, question, prompt = std::move(prompt)]() -> Async<Frame> {
+        state_->questions.push_back(question);
         enqueue(question, prompt);
         while (state_->answers.empty() && !state_->isGone) {
             state_->answered.lower();
             co_await state_->answered.wait();
         }
         if (state_->answers.empty()) throw Cancelled();
-        auto answer = std::move(state_->answers.front());
+        Frame answer = std::move(state_->answers.front());
         state_->answers.pop_front();
         co_return answer;
     });

@@ -65,8 +65,9 @@ class CommandConnection : public std::enable_shared_from_this<CommandConnection>
     /// Throws `Cancelled` when the client is gone.
     Async<void> caughtUp();
 
-    /// `question` is askSecret or askLine. Throws `Cancelled` when the client is gone.
-    Async<std::optional<std::string>> ask(FrameType question, std::string prompt);
+    /// `question` is askSecret, askLine or editText. Gives an `answer` or `noAnswer`, to the last also `editFailed`.
+    /// Throws `Cancelled` when the client is gone.
+    Async<Frame> ask(FrameType question, std::string prompt);
 
   private:
     struct State;

@@ -49,6 +49,7 @@ Bytes CommandRequest::encoded() const {
     const json document{{"words", encodedWords},
                         {"directory", encodedText(directory.string())},
                         {"width", form.width},
+                        {"inIsTerminal", form.inIsTerminal},
                         {"outIsTerminal", form.outIsTerminal},
                         {"errIsTerminal", form.errIsTerminal},
                         {"colour", form.hasColour},
@@ -63,6 +64,7 @@ std::optional<CommandRequest> CommandRequest::decoded(BytesView bytes) {
         for (const auto& word : document.at("words")) request.words.push_back(decodedText(word));
         request.directory = decodedText(document.at("directory"));
         request.form.width = std::clamp(document.at("width").get<std::size_t>(), leastWidth, mostWidth);
+        request.form.inIsTerminal = document.at("inIsTerminal").get<bool>();
         request.form.outIsTerminal = document.at("outIsTerminal").get<bool>();
         request.form.errIsTerminal = document.at("errIsTerminal").get<bool>();
         request.form.hasColour = document.at("colour").get<bool>();

@@ -1,6 +1,8 @@
 #include "terminal/Console.h"
 
+#include "base/Localisation.h"
 #include "base/Text.h"
+#include "terminal/TextEditor.h"
 
 #include <algorithm>
 #include <unicode/uchar.h>
@@ -63,6 +65,13 @@ void Console::progress(std::string_view text) {
     if (!form_.errIsTerminal || (text.empty() && !progressShows_)) return;
     showProgress(text);
     progressShows_ = !text.empty();
+}
+
+Async<std::string> Console::editText(std::string text) {
+    if (!canEditText()) throw EditorError(tr("There is no terminal to edit a text on."));
+    if (text.size() > longestEditedText) throw EditorError(tr("The text is too long for an editor on the terminal."));
+    progress({});
+    co_return co_await edited(std::move(text));
 }
 
 std::string Console::styled(Style style, std::string_view text) const {

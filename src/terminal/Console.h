@@ -16,6 +16,7 @@ struct ConsoleForm {
     ConsoleForm() {}
 
     std::size_t width = 100;
+    bool inIsTerminal = false;
     bool outIsTerminal = false;
     bool errIsTerminal = false;
     bool hasColour = false;
@@ -56,6 +57,10 @@ class Console {
     virtual std::size_t width() const { return form_.width; }
 
     bool isTerminal() const { return form_.outIsTerminal; }
+    bool inputIsTerminal() const { return form_.inIsTerminal; }
+
+    /// There is a person at a terminal, who can edit a text on it.
+    bool canEditText() const { return form_.inIsTerminal && form_.outIsTerminal; }
 
     /// Form and present width.
     ConsoleForm form() const;
@@ -70,6 +75,10 @@ class Console {
     /// The next line of standard input; absent at its end.
     virtual Async<std::optional<std::string>> readLineFromInput() = 0;
 
+    /// Opens the text in the person's editor, and gives what they saved, without line feeds at its end. Throws
+    /// EditorError when there is no terminal or no editor, when the editor fails, or when the text is too long.
+    Async<std::string> editText(std::string text);
+
   protected:
     explicit Console(ConsoleForm form) : form_(form) {}
 
@@ -77,6 +86,9 @@ class Console {
 
     /// On a terminal only; an empty text only after another one.
     virtual void showProgress(std::string_view text) = 0;
+
+    /// `editText` where it can be done.
+    virtual Async<std::string> edited(std::string text) = 0;
 
   private:
     ConsoleForm form_;

@@ -11,10 +11,11 @@ namespace velmo {
 /// in network order, and the payload.
 enum class FrameType : char {
     // From the client: one of the first two, then answers to what is asked.
-    command = 'C',  ///< a CommandRequest
-    activate = 'A', ///< the person started the application again; no payload
-    answer = 'w',   ///< the text that was asked for
-    noAnswer = 'n', ///< there is nobody to ask
+    command = 'C',    ///< a CommandRequest
+    activate = 'A',   ///< the person started the application again; no payload
+    answer = 'w',     ///< the text that was asked for
+    noAnswer = 'n',   ///< there is nobody to ask
+    editFailed = 'f', ///< instead of an edited text: the sentence that says why there is none
 
     // From the application: `declined`; or `taken`, any number of the others, and `end`.
     declined = 'd',  ///< the command has nothing to do with what is open here; nothing of it has happened
@@ -24,6 +25,7 @@ enum class FrameType : char {
     progress = 'p',  ///< the text of the progress line
     askSecret = 's', ///< asks for a text that is not shown; the payload is the prompt
     askLine = 'l',   ///< asks for the next line of standard input
+    editText = 'v',  ///< asks to have a text edited; the payload is the text as it stands
     end = 'x'        ///< the exit code in decimal digits
 };
 

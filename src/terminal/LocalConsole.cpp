@@ -2,22 +2,19 @@
 
 #include "base/UserError.h"
 #include "platform/FileDescriptor.h"
+#include "terminal/Readiness.h"
+#include "terminal/TextEditor.h"
 
 #include <algorithm>
-#include <boost/asio/as_tuple.hpp>
-#include <boost/asio/posix/stream_descriptor.hpp>
-#include <boost/asio/use_awaitable.hpp>
+#include <boost/asio/this_coro.hpp>
 #include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
-#include <sys/epoll.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
 namespace velmo {
-
-namespace asio = boost::asio;
 
 namespace {
 
@@ -29,6 +26,7 @@ bool isTerminal(std::FILE* stream) {
 
 ConsoleForm formOf(std::FILE* out, std::FILE* err) {
     ConsoleForm form;
+    form.inIsTerminal = isatty(STDIN_FILENO) == 1;
     form.outIsTerminal = isTerminal(out);
     form.errIsTerminal = isTerminal(err);
     form.hasColour = form.outIsTerminal && std::getenv("NO_COLOR") == nullptr;
@@ -57,34 +55,9 @@ class EchoOff {
     bool changed_ = false;
 };
 
-/// Tells when a descriptor can be read. The one that is waited for is an epoll set around it: to wait for the
-/// descriptor itself would make it non-blocking, also for the programs that we share it with.
-class Readiness {
-  public:
-    Readiness(const Executor& executor, int descriptor) : set_(executor) {
-        const int number = epoll_create1(EPOLL_CLOEXEC);
-        if (number < 0) return;
-        epoll_event event{};
-        event.events = EPOLLIN;
-        // A plain file is not taken: it can always be read.
-        isNeeded_ = epoll_ctl(number, EPOLL_CTL_ADD, descriptor, &event) == 0;
-        set_.assign(number);
-    }
-
-    Async<void> wait() {
-        if (isNeeded_)
-            co_await set_.async_wait(asio::posix::stream_descriptor::wait_read, asio::as_tuple(asio::use_awaitable));
-        co_await checkCancellation();
-    }
-
-  private:
-    asio::posix::stream_descriptor set_;
-    bool isNeeded_ = false;
-};
-
 /// Reads up to a line feed, which is dropped; absent when the end comes first and nothing was read.
 Async<std::optional<std::string>> readLine(int descriptor) {
-    const Executor executor = co_await asio::this_coro::executor;
+    const Executor executor = co_await boost::asio::this_coro::executor;
     Readiness readiness(executor, descriptor);
     std::string text;
     while (text.size() < longestLine) {
@@ -152,6 +125,11 @@ Async<std::optional<std::string>> LocalConsole::askSecret(std::string prompt) {
 
 Async<std::optional<std::string>> LocalConsole::readLineFromInput() {
     return readLine(STDIN_FILENO);
+}
+
+Async<std::string> LocalConsole::edited(std::string text) {
+    flush();
+    return editOnTerminal(std::move(text));
 }
 
 }

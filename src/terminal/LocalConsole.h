@@ -29,6 +29,7 @@ class LocalConsole final : public Console {
 
   private:
     void showProgress(std::string_view text) override;
+    Async<std::string> edited(std::string text) override;
     void noticeReader();
 
     std::FILE* out_;

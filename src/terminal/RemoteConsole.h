@@ -21,6 +21,7 @@ class RemoteConsole final : public Console {
   private:
     void write(Stream stream, BytesView bytes) override;
     void showProgress(std::string_view text) override;
+    Async<std::string> edited(std::string text) override;
 
     std::shared_ptr<CommandConnection> client_;
 };

@@ -73,6 +73,7 @@ CommandRequest requestOf(std::vector<std::string> words) {
     CommandRequest request;
     request.words = std::move(words);
     request.directory = "/some/where";
+    request.form.inIsTerminal = request.form.outIsTerminal = request.words.front() == "edit";
     return request;
 }
 
@@ -173,6 +174,10 @@ class CommandServerTest : public testing::Test {
             const auto secret = co_await console.askSecret("Secret: ");
             const auto line = co_await console.readLineFromInput();
             console.line(secret.value_or("none") + "," + line.value_or("none"));
+        }
+        if (word == "edit") {
+            const auto edited = co_await console.editText(test::repeated("as it stands\n", 50'000));
+            console.line(edited);
         }
         co_return word == "show" ? 7 : 0;
     }
@@ -378,6 +383,48 @@ TEST_F(CommandServerTest, AsksThePersonAtTheOtherEnd) {
     silent.send(FrameType::command, requestOf({"ask"}).encoded());
     EXPECT_EQ(silent.nextType(), FrameType::taken);
     EXPECT_EQ(silent.nextType(), FrameType::askSecret);
+}
+
+TEST_F(CommandServerTest, HasATextEditedAtTheOtherEnd) {
+    const Bytes longest(longestAnswer, 'x');
+    struct Case {
+        FrameType type;
+        Bytes payload;
+        FrameType outcome;
+        std::string said;
+    };
+    const Case cases[]{
+        {FrameType::answer, "bad \xFF", FrameType::output, "bad \uFFFD\n"},
+        {FrameType::answer, longest, FrameType::output, longest + "\n"},
+        {FrameType::editFailed, "It broke.", FrameType::error, "It broke.\n"},
+        {FrameType::noAnswer, "", FrameType::error, "There is no terminal to edit a text on.\n"},
+    };
+    for (const auto& [type, payload, outcome, said] : cases) {
+        RawClient client(socket());
+        client.send(FrameType::command, requestOf({"edit"}).encoded());
+        EXPECT_EQ(client.nextType(), FrameType::taken);
+        const auto question = client.next();
+        EXPECT_EQ(question->type, FrameType::editText);
+        EXPECT_EQ(question->payload.size(), 650'000U);
+        std::jthread sending([&] { client.send(type, payload); });
+        std::string output;
+        auto frame = client.next();
+        for (; frame && frame->type == outcome; frame = client.next()) output += frame->payload;
+        EXPECT_EQ(output, said);
+        ASSERT_TRUE(frame);
+        EXPECT_EQ(frame->type, FrameType::end);
+    }
+
+    // A secret is given or not; that it could not be edited is no answer.
+    RawClient confused(socket());
+    confused.send(FrameType::command, requestOf({"ask"}).encoded());
+    EXPECT_EQ(confused.nextType(), FrameType::taken);
+    EXPECT_EQ(confused.nextType(), FrameType::askSecret);
+    confused.send(FrameType::editFailed, "no");
+    EXPECT_EQ(confused.nextType(), FrameType{});
+
+    // The real client is no terminal here, whatever the request says.
+    EXPECT_EQ(run({"edit"}), (Outcome{1, "", "There is no terminal to edit a text on.\n"}));
 }
 
 /// Below a path that is longer than an address holds.
