@@ -1,6 +1,7 @@
 #include "app/Application.h"
 
 #include "compose/Signatures.h"
+#include "compose/WrittenMessage.h"
 #include "platform/FileSettings.h"
 #include "platform/Log.h"
 #include "records/Labels.h"
@@ -91,6 +92,7 @@ Async<void> Application::remove(UUID accountID) {
     co_await openMail();
     co_await accounts_->remove(accountID);
     Signatures(*settings_).remove(accountID);
+    settings_->remove(senderNameKey(accountID));
 }
 
 }

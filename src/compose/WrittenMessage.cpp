@@ -7,8 +7,12 @@
 
 namespace velmo {
 
+std::string senderNameKey(const UUID& account) {
+    return "senderName." + account.text();
+}
+
 IMAPAddress senderAddress(const Settings& settings, const MailAccount& account) {
-    return {settings.text("senderName." + account.id.text()), account.email};
+    return {settings.text(senderNameKey(account.id)), account.email};
 }
 
 OutgoingMessage writtenMessage(const OutboxItem& item, const MailAccount& sender, Settings& settings, Date now) {
