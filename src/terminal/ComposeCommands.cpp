@@ -1,287 +1,245 @@
 #include "terminal/ComposeCommands.h"
 
 #include "base/Localisation.h"
-#include "base/Text.h"
-#include "compose/ComposeModel.h"
-#include "platform/AtomicFile.h"
 #include "terminal/MessageRows.h"
 #include "terminal/OutboxCommands.h"
+#include "terminal/Sending.h"
+#include "terminal/TextEditor.h"
+#include "terminal/Writing.h"
 
 #include <CLI/CLI.hpp>
-#include <array>
-#include <ctime>
 #include <nlohmann/json.hpp>
 
 namespace velmo {
 
 namespace {
 
-struct ComposeWords {
+struct ComposeWords : WritingWords {
     std::int64_t id = 0; ///< of the message that is answered, passed on or edited
     std::string url;
-    std::optional<std::string> from;
-    std::vector<std::string> to, cc, bcc, files;
-    std::optional<std::string> subject, bodyFile, at;
     bool isToAll = false;
     bool isDraft = false;
+    bool isToBeSent = false; ///< a draft
 };
 
-/// What the terminal looks at while a message waits to go.
-constexpr Duration look{200};
+enum class Kind { fresh, reply, forward, followUp, link, draft };
 
-// --- What is given -----------------------------------------------------------------------------------------------
-
-std::string shown(const std::string& word) {
-    return printable(text::repairedUTF8(word));
-}
-
-Async<Bytes> contentsOf(Session& session, std::string name) {
-    const auto file = session.directory / name;
-    auto bytes = co_await callOn(session.executors.background, [&] { return readFile(file); });
-    if (!bytes) throw CommandError(tr("There is no file {}.", shown(name)));
-    co_return *std::move(bytes);
-}
-
-Async<std::string> givenText(Session& session, std::string name) {
-    std::string given;
-    if (name != "-") {
-        given = co_await contentsOf(session, std::move(name));
-    } else {
-        while (true) {
-            auto line = co_await session.console.readLineFromInput();
-            if (!line) break;
-            given += *line + "\n";
-        }
+ComposeRequest requestOf(Session& session, Kind kind, const ComposeWords& words) {
+    std::optional<UUID> from;
+    if (words.from) from = accountNamed(session, *words.from).id;
+    switch (kind) {
+    case Kind::reply: return ComposeRequest::Reply{words.id, words.isToAll, {}, UUID::random()};
+    case Kind::forward: return ComposeRequest::Forward{words.id, UUID::random()};
+    case Kind::followUp: return ComposeRequest::FollowUp{words.id, UUID::random()};
+    case Kind::link: return ComposeRequest::Mailto{words.url, from, UUID::random()};
+    case Kind::draft: return ComposeRequest::EditDraft{words.id, UUID::random()};
+    case Kind::fresh: break;
     }
-    given = text::replacedAll(text::repairedUTF8(given), "\r\n", "\n");
-    while (given.ends_with('\n')) given.pop_back();
-    co_return given;
+    return ComposeRequest::New{from, UUID::random()};
 }
 
-/// By the ending of the name; for whoever opens it.
-std::string_view mediaTypeOf(std::string_view name) {
-    struct Type {
-        std::string_view ending, type;
-    };
-    constexpr std::array types{Type{"txt", "text/plain"},
-                               Type{"csv", "text/csv"},
-                               Type{"html", "text/html"},
-                               Type{"ics", "text/calendar"},
-                               Type{"md", "text/markdown"},
-                               Type{"pdf", "application/pdf"},
-                               Type{"zip", "application/zip"},
-                               Type{"gz", "application/gzip"},
-                               Type{"json", "application/json"},
-                               Type{"xml", "application/xml"},
-                               Type{"png", "image/png"},
-                               Type{"jpg", "image/jpeg"},
-                               Type{"jpeg", "image/jpeg"},
-                               Type{"gif", "image/gif"},
-                               Type{"webp", "image/webp"},
-                               Type{"svg", "image/svg+xml"},
-                               Type{"mp3", "audio/mpeg"},
-                               Type{"mp4", "video/mp4"},
-                               Type{"eml", "message/rfc822"},
-                               Type{"odt", "application/vnd.oasis.opendocument.text"},
-                               Type{"docx", "application/vnd.openxmlformats-officedocument.wordprocessingml.document"},
-                               Type{"xlsx", "application/vnd.openxmlformats-officedocument.spreadsheetml.sheet"}};
-    const auto dot = name.rfind('.');
-    const std::string ending = dot == std::string_view::npos ? std::string() : text::lowered(name.substr(dot + 1));
-    for (const auto& one : types)
-        if (one.ending == ending) return one.type;
-    return "application/octet-stream";
+Async<void> load(ComposeModel& model, ComposeRequest request) {
+    co_await model.load(std::move(request));
+    if (*model.errorMessage) throw CommandError(**model.errorMessage);
 }
 
-/// "2026-11-24T09:00" or "2026-11-24 09:00" in the machine's zone, or ISO 8601 with its "Z".
-Date timeFrom(const std::string& word) {
-    if (const auto exact = dateFromISO8601(word)) return *exact;
-    for (const char* form : {"%Y-%m-%dT%H:%M", "%Y-%m-%d %H:%M"}) {
-        std::tm local{};
-        local.tm_isdst = -1;
-        const char* end = strptime(word.c_str(), form, &local);
-        if (end == nullptr || *end != '\0') continue;
-        return Date{std::chrono::seconds{std::mktime(&local)}};
-    }
-    throw CommandError(tr("{} is no time. Write it as 2026-11-24T09:00.", shown(word)));
+bool isStored(Kind kind, const ComposeWords& words) {
+    return words.isDraft || (kind == Kind::draft && !words.isToBeSent && !words.at);
 }
 
-std::vector<IMAPAddress> addressesFrom(const std::vector<std::string>& words) {
-    std::vector<IMAPAddress> addresses;
-    for (const auto& word : words) {
-        for (const auto piece : OutgoingMessage::splitAddressList(word)) {
-            if (text::trimmedUnicode(piece).empty()) continue;
-            auto address = OutgoingMessage::parseAddress(text::repairedUTF8(piece));
-            if (!address) throw CommandError(tr("Check these addresses: {}", shown(std::string(piece))));
-            addresses.push_back(*std::move(address));
-        }
-    }
-    return addresses;
-}
+// --- The text ----------------------------------------------------------------------------------------------------
 
-void add(Observed<std::vector<IMAPAddress>>& list, const std::vector<std::string>& words) {
-    const auto more = addressesFrom(words);
-    list.update([&more](auto& all) { all.insert(all.end(), more.begin(), more.end()); });
-}
-
-Async<void> apply(Session& session, ComposeModel& model, const ComposeWords& words, const std::string& given) {
-    if (words.from) model.setSender(accountNamed(session, *words.from).id);
-    add(model.to, words.to);
-    add(model.cc, words.cc);
-    add(model.bcc, words.bcc);
-    if (words.subject) model.subject = text::repairedUTF8(*words.subject);
-    if (!given.empty()) model.body = model.body->empty() ? given : given + "\n\n" + *model.body;
-    for (const auto& name : words.files) {
-        OutgoingAttachment file;
-        file.id = UUID::random();
-        file.filename = text::repairedUTF8(std::filesystem::path(name).filename().string());
-        file.mimeType = mediaTypeOf(file.filename);
-        file.data = co_await contentsOf(session, name);
-        model.attachments.update([&file](auto& all) { all.push_back(std::move(file)); });
-    }
-}
-
-// --- Sending -----------------------------------------------------------------------------------------------------
-
-/// Waits in a process of its own until the message is gone; a person who interrupts takes it back.
-Async<void> seeOut(Session& session, UUID id) {
-    Outbox& outbox = *session.app.outbox();
-    outbox.start();
+/// The body before anybody has written in it. The model it comes from does not last, so that no draft of it is saved
+/// while the person writes. Throws what would keep them from sending it then.
+Async<std::string> initialBody(Session& session, Kind kind, const ComposeWords& words, const WrittenContent& content) {
+    ComposeModel model(session.app.store(), *session.app.outbox(), session.app.settings());
+    const ComposeRequest request = requestOf(session, kind, words);
     std::exception_ptr failure;
     try {
-        for (auto item = outbox.item(id); item && !item->failure; item = outbox.item(id)) {
-            const auto left = std::chrono::ceil<std::chrono::seconds>(item->sendAt - session.app.clock().now()).count();
-            session.console.progress(left > 0 ? tr("Sending in {} s (Ctrl+C takes it back)", left) : tr("Sending"));
-            co_await session.app.clock().wait(look);
-        }
-    } catch (...) {
-        failure = std::current_exception();
-    }
-    session.console.progress({});
-    co_await ignoreCancellation();
-    if (failure) {
-        const bool isTaken = co_await takeBackAsDraft(session, id);
-        if (!isTaken) std::rethrow_exception(failure);
-        session.console.note(tr("Taken back, saved as draft."));
-        std::rethrow_exception(failure);
-    }
-    const auto left = outbox.item(id);
-    if (left && left->failure) throw CommandError(*left->failure);
-    co_await outbox.finished();
-}
-
-void tell(Session& session, const ComposeModel& model, const char* state, const std::string& line) {
-    if (session.isJSON()) {
-        nlohmann::json document{{"state", state}, {"messageID", model.messageID.value_or("")}};
-        if (model.queuedItem()) document["id"] = model.queuedItem()->text();
-        session.print(document);
-    } else {
-        session.console.line(line);
-    }
-}
-
-Async<void> saveAsDraft(Session& session, ComposeModel& model) {
-    co_await model.saveDraft();
-    if (!model.hasSavedDraft) throw CommandError(tr("There is nothing to save yet."));
-    tell(session, model, "draft", tr("Draft saved."));
-}
-
-Async<void> sendOff(Session& session, ComposeModel& model, std::optional<Date> at) {
-    const bool isQueued = co_await model.send(at);
-    if (!isQueued) throw CommandError(model.errorMessage->value_or(tr("There is nobody to send it to.")));
-    const UUID id = *model.queuedItem();
-    const bool isOwn = session.place == Session::Place::ownProcess;
-    if (at) {
-        tell(session, model, "scheduled", tr("Scheduled as {}.", id.text()));
-        if (isOwn) session.console.note(tr("It is sent while velmo-mail runs."));
-        co_return;
-    }
-    if (isOwn) {
-        co_await seeOut(session, id);
-        tell(session, model, "sent", tr("Message sent."));
-        co_return;
-    }
-    const auto seconds = Outbox::undoWindow(session.app.settings()).count();
-    tell(session, model, "queued",
-         tr("Message sent. For {} s, take it back with: velmo outbox undo {}", seconds, id.text()));
-}
-
-/// What kind of message it is, by the words.
-using RequestOf = ComposeRequest (*)(const ComposeWords&);
-
-Async<void> write(Session& session, const ComposeWords& words, RequestOf requestOf) {
-    Outbox* outbox = co_await openOutbox(session);
-    const auto at = words.at ? std::optional(timeFrom(*words.at)) : std::nullopt;
-    std::string given;
-    if (words.bodyFile) given = co_await givenText(session, *words.bodyFile);
-    ComposeModel model(session.app.store(), *outbox, session.app.settings());
-    std::exception_ptr failure;
-    try {
-        const ComposeRequest request = requestOf(words);
-        co_await model.load(request);
-        if (*model.errorMessage) throw CommandError(**model.errorMessage);
-        co_await apply(session, model, words, given);
-        if (words.isDraft)
-            co_await saveAsDraft(session, model);
-        else
-            co_await sendOff(session, model, at);
+        co_await load(model, request);
+        apply(content, model, TextPlace::above);
+        if (!isStored(kind, words) && !model.hasRecipients()) throw CommandError(tr("There is nobody to send it to."));
     } catch (...) {
         failure = std::current_exception();
     }
     co_await ignoreCancellation();
     co_await model.close();
+    if (failure) std::rethrow_exception(failure);
+    co_await allowCancellation();
+    co_return *model.body;
+}
+
+/// What is passed on, or stands in a draft, says something without a further word.
+bool needsWords(Kind kind) {
+    return kind != Kind::forward && kind != Kind::draft;
+}
+
+Async<std::string> writtenBody(Session& session, Kind kind, const ComposeWords& words, const WrittenContent& content) {
+    std::string body = co_await initialBody(session, kind, words, content);
+    const bool hasText = kind == Kind::draft || (kind == Kind::link && !body.starts_with("-- \n"));
+    const TextPlace place = hasText ? TextPlace::whole : TextPlace::above;
+    std::string written = co_await editedBody(session, body, place);
+    if (written == body && needsWords(kind))
+        throw CommandError(tr("The text was left as it was, so nothing is done. Use --no-edit to leave it so."));
+    co_return written;
+}
+
+/// What a person wrote must not go with a failure: it becomes a draft, or waits in the outbox, or else in a file.
+Async<void> saveWritten(ComposeModel& model, const std::string& body) {
+    model.body = body;
+    try {
+        co_await model.saveDraft();
+    } catch (const std::exception&) {
+        // Then the model keeps it otherwise, when it is closed.
+    }
+}
+
+/// The sentence that says where it is; empty when nothing was to be kept.
+Async<std::string> placeOf(Session& session, const ComposeModel& model, const std::optional<std::string>& edited) {
+    if (model.lastSaved->has_value()) co_return tr("What you wrote is stored as a draft.");
+    for (const auto& item : *session.app.outbox()->items)
+        if (item->messageID == model.messageID)
+            co_return tr("What you wrote waits in the outbox as {}.", item->id.text());
+    if (!edited) co_return std::string();
+    try {
+        const auto file = co_await callOn(session.executors.background, [&edited] { return keptText(*edited); });
+        co_return tr("What you wrote is kept in {}.", file.string());
+    } catch (const UserError& error) {
+        co_return error.sentence();
+    }
+}
+
+// --- Drafts ------------------------------------------------------------------------------------------------------
+
+MessageRecord draftNumbered(Session& session, std::int64_t id) {
+    const std::vector<std::int64_t> ids{id};
+    MessageRecord draft = messagesNumbered(session, ids).front();
+    const auto mailbox = session.app.mail().mailboxes.find(MailboxKey{draft.accountID, draft.mailboxPath});
+    if (!mailbox || mailbox->role() != MailboxRole::drafts)
+        throw CommandError(tr("Message {} is no draft. See: velmo drafts", id));
+    return draft;
+}
+
+/// By its Message-ID, so that no older copy of it is left.
+Async<void> deleteDraft(Session& session, const MessageRecord& draft, const std::optional<std::string>& messageID) {
+    const auto account = session.app.store().environment().account(draft.accountID);
+    if (account && messageID) {
+        co_await session.app.store().filing().deleteDraft(*account, *messageID);
+        co_return;
+    }
+    const std::vector<MessageRecord> records{draft};
+    MessageActions& actions = session.app.store().actions();
+    actions.deleteForever(records, tr("Deleted"));
+    if (session.place == Session::Place::application) co_return;
+    actions.commitPendingAction();
+    co_await actions.finished();
+}
+
+/// The copy that the new one does not replace by itself, since it has no Message-ID or lies with another account.
+Async<void> deleteOldCopy(Session& session, const MessageRecord& old, const std::optional<std::string>& messageID,
+                          const ComposeModel& model) {
+    if (messageID && *model.fromAccountID == old.accountID) co_return;
+    try {
+        co_await deleteDraft(session, old, messageID);
+    } catch (const UserError& error) {
+        session.console.note(error.sentence());
+    }
+}
+
+Async<void> deleteNumbered(Session& session, std::int64_t id) {
+    co_await openOutbox(session);
+    const MessageRecord draft = draftNumbered(session, id);
+    co_await deleteDraft(session, draft, draft.messageID);
+    if (session.isJSON())
+        session.print({{"id", id}, {"done", "delete"}});
+    else
+        session.console.line(tr("Draft deleted."));
+}
+
+// --- Commands ----------------------------------------------------------------------------------------------------
+
+/// `draft` is the one that is edited, if any.
+Async<void> finish(Session& session, ComposeModel& model, Kind kind, const ComposeWords& words, std::optional<Date> at,
+                   const std::optional<MessageRecord>& draft) {
+    const auto oldID = model.messageID;
+    if (isStored(kind, words))
+        co_await saveAsDraft(session, model);
+    else
+        co_await queue(model, at);
+    if (draft) co_await deleteOldCopy(session, *draft, oldID, model);
+    if (*model.isQueued) co_await seeOff(session, model, at);
+}
+
+Async<void> write(Session& session, const ComposeWords& words, Kind kind) {
+    Outbox* outbox = co_await openOutbox(session);
+    std::optional<MessageRecord> draft;
+    if (kind == Kind::draft) draft = draftNumbered(session, words.id);
+    WrittenContent content = co_await writtenContent(session, words);
+    if (wantsEditor(session, words)) content.edited = co_await writtenBody(session, kind, words, content);
+    ComposeModel model(session.app.store(), *outbox, session.app.settings());
+    const ComposeRequest request = requestOf(session, kind, words);
+    std::exception_ptr failure;
+    try {
+        co_await load(model, request);
+        apply(content, model, kind == Kind::draft ? TextPlace::whole : TextPlace::above);
+        co_await finish(session, model, kind, words, content.at, draft);
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    co_await ignoreCancellation();
+    const bool isLost = failure && !*model.isQueued;
+    if (isLost && content.edited && !isStored(kind, words) && !isCancellation(failure))
+        co_await saveWritten(model, *content.edited);
+    co_await model.close();
+    if (isLost) {
+        const std::string place = co_await placeOf(session, model, content.edited);
+        if (!place.empty()) session.console.note(place);
+    }
     session.tellNotices();
     if (failure) std::rethrow_exception(failure);
 }
 
-CLI::App* addWriting(CLI::App& program, CommandBody& body, const char* name, const char* help,
-                     const std::shared_ptr<ComposeWords>& words, RequestOf requestOf) {
-    auto* command = program.add_subcommand(name, tr(help));
-    command->add_option("--from", words->from, tr("Address of the account that sends"));
-    command->add_option("--to", words->to, tr("Addresses of recipients"));
-    command->add_option("--cc", words->cc, tr("Addresses of those who get a copy"));
-    command->add_option("--bcc", words->bcc, tr("The same, unseen by the others"));
-    command->add_option("--subject", words->subject, tr("Subject"));
-    command->add_option("--body-file", words->bodyFile, tr("File with the text; - for standard input"));
-    command->add_option("--attach", words->files, tr("Files to go along"));
-    command->add_option("--at", words->at, tr("When to send it, as 2026-11-24T09:00"));
-    command->add_flag("--draft", words->isDraft, tr("Store it as a draft, and send nothing"));
-    command->callback([words, requestOf, &body] {
-        body = [words, requestOf](Session& session) { return write(session, *words, requestOf); };
-    });
-    return command;
+std::shared_ptr<ComposeWords> addWriting(CLI::App& command, CommandBody& body, Kind kind) {
+    auto words = std::make_shared<ComposeWords>();
+    addWritingOptions(command, words);
+    if (kind != Kind::draft) command.add_flag("--draft", words->isDraft, tr("Store it as a draft, and send nothing"));
+    command.callback(
+        [words, kind, &body] { body = [words, kind](Session& session) { return write(session, *words, kind); }; });
+    return words;
 }
 
-void addAnswering(CLI::App& program, CommandBody& body, const char* name, const char* help, RequestOf requestOf) {
-    auto words = std::make_shared<ComposeWords>();
-    auto* command = addWriting(program, body, name, help, words, requestOf);
+void addAnswering(CLI::App& program, CommandBody& body, const char* name, const char* help, Kind kind) {
+    auto* command = program.add_subcommand(name, tr(help));
+    const auto words = addWriting(*command, body, kind);
     command->add_option("ID", words->id, tr("Number of a message in a list"))->required();
-    if (std::string_view(name) == "reply") command->add_flag("--all", words->isToAll, tr("Answer all who got it"));
+    if (kind == Kind::reply) command->add_flag("--all", words->isToAll, tr("Answer all who got it"));
+}
+
+void addDraftCommands(CLI::App& program, CommandBody& body) {
+    auto* drafts = program.add_subcommand("draft", tr("Change, send or delete a draft; see: velmo drafts"));
+    drafts->require_subcommand(1);
+    auto* editing = drafts->add_subcommand("edit", tr("Change a draft, and store it again or send it"));
+    const auto words = addWriting(*editing, body, Kind::draft);
+    addWithoutOption(*editing, words);
+    editing->add_option("ID", words->id, tr("Number of the draft"))->required();
+    editing->add_flag("--send", words->isToBeSent, tr("Send it"));
+    auto* deleting = drafts->add_subcommand("delete", tr("Delete a draft for good"));
+    auto id = std::make_shared<std::int64_t>();
+    deleting->add_option("ID", *id, tr("Number of the draft"))->required();
+    deleting->callback([id, &body] { body = [id](Session& session) { return deleteNumbered(session, *id); }; });
 }
 
 }
 
 void addComposeCommands(CLI::App& program, CommandBody& body) {
-    addWriting(program, body, "compose", "Write a new message", std::make_shared<ComposeWords>(),
-               [](const ComposeWords&) -> ComposeRequest {
-                   return ComposeRequest::New{{}, UUID::random()};
-               });
-    addAnswering(program, body, "reply", "Answer a message", [](const ComposeWords& words) -> ComposeRequest {
-        return ComposeRequest::Reply{words.id, words.isToAll, {}, UUID::random()};
-    });
-    addAnswering(program, body, "forward", "Pass a message on", [](const ComposeWords& words) -> ComposeRequest {
-        return ComposeRequest::Forward{words.id, UUID::random()};
-    });
-    addAnswering(program, body, "followup", "Remind of a message that got no answer",
-                 [](const ComposeWords& words) -> ComposeRequest {
-                     return ComposeRequest::FollowUp{words.id, UUID::random()};
-                 });
-    auto words = std::make_shared<ComposeWords>();
-    addWriting(program, body, "mailto", "Write to a link of mail", words,
-               [](const ComposeWords& given) -> ComposeRequest {
-                   return ComposeRequest::Mailto{given.url, {}, UUID::random()};
-               })
-        ->add_option("URL", words->url, tr("The link"))
-        ->required();
+    addWriting(*program.add_subcommand("compose", tr("Write a new message")), body, Kind::fresh);
+    addAnswering(program, body, "reply", "Answer a message", Kind::reply);
+    addAnswering(program, body, "forward", "Pass a message on", Kind::forward);
+    addAnswering(program, body, "followup", "Remind of a message that got no answer", Kind::followUp);
+    auto* link = program.add_subcommand("mailto", tr("Write to a link of mail"));
+    const auto words = addWriting(*link, body, Kind::link);
+    link->add_option("URL", words->url, tr("The link"))->required();
+    addDraftCommands(program, body);
 }
 
 }

@@ -235,6 +235,14 @@ void addList(CLI::App& program, CommandBody& body) {
     listing->callback([words, &body] { body = [words](Session& session) { return list(session, *words); }; });
 }
 
+void addDrafts(CLI::App& program, CommandBody& body) {
+    auto words = std::make_shared<ListWords>();
+    words->mailbox = std::string(rawText(MailboxRole::drafts));
+    auto* drafts = program.add_subcommand("drafts", tr("Show the drafts of all accounts, newest first"));
+    addPaging(*drafts, words);
+    drafts->callback([words, &body] { body = [words](Session& session) { return list(session, *words); }; });
+}
+
 void addSearch(CLI::App& program, CommandBody& body) {
     auto words = std::make_shared<ListWords>();
     auto* searching = program.add_subcommand("search", tr("Find messages by words in them, newest first"));
@@ -252,6 +260,7 @@ void addListCommands(CLI::App& program, CommandBody& body) {
     mailboxing->callback(
         [account, &body] { body = [account](Session& session) { return mailboxes(session, *account); }; });
     addList(program, body);
+    addDrafts(program, body);
     addSearch(program, body);
     auto* labelling = program.add_subcommand("labels", tr("Show the labels"));
     labelling->callback([&body] { body = listLabels; });
