@@ -4,6 +4,8 @@
 #include "base/Text.h"
 #include "compose/ComposeModel.h"
 #include "terminal/DateWords.h"
+#include "terminal/InputText.h"
+#include "terminal/OutboxEditing.h"
 
 #include <CLI/CLI.hpp>
 #include <array>
@@ -73,12 +75,6 @@ Async<void> list(Session& session) {
     }
 }
 
-UUID identifier(const std::string& word) {
-    const auto id = UUID::parse(word);
-    if (!id) throw CommandError(tr("{} is no number of a message in the outbox.", printable(text::repairedUTF8(word))));
-    return *id;
-}
-
 /// Something that is done to one message of the outbox; false when it is gone or being sent.
 struct OutboxAction {
     const char* name;
@@ -114,7 +110,7 @@ constexpr std::array actions{
 };
 
 Async<void> run(Session& session, const OutboxAction& action, std::string word) {
-    const UUID id = identifier(word);
+    const UUID id = outboxNumber(word);
     const Outbox* outbox = co_await openOutbox(session);
     if (!outbox->item(id)) throw CommandError(tr("There is no message {} in the outbox.", id.text()));
     const bool isDone = co_await action.act(session, id);
@@ -136,13 +132,25 @@ Async<Outbox*> openOutbox(Session& session) {
     co_return outbox;
 }
 
+UUID outboxNumber(const std::string& word) {
+    const auto id = UUID::parse(word);
+    if (!id) throw CommandError(tr("{} is no number of a message in the outbox.", shownWord(word)));
+    return *id;
+}
+
 Async<bool> takeBackAsDraft(Session& session, UUID id) {
     Outbox& outbox = *session.app.outbox();
     const auto item = outbox.item(id);
-    const bool isTaken = co_await outbox.takeBack(id);
-    if (!isTaken) co_return false;
+    bool isTaken = false;
+    co_await uninterrupted([&]() -> Async<void> { isTaken = co_await outbox.takeBack(id); });
+    if (isTaken) co_await storeTakenAsDraft(session, *item);
+    co_return isTaken;
+}
+
+Async<void> storeTakenAsDraft(Session& session, const OutboxItem& item) {
+    Outbox& outbox = *session.app.outbox();
     ComposeModel model(session.app.store(), outbox, session.app.settings());
-    const ComposeRequest request(ComposeRequest::Outbox{id});
+    const ComposeRequest request(ComposeRequest::Outbox{item.id});
     std::exception_ptr failure;
     try {
         co_await model.load(request);
@@ -152,14 +160,12 @@ Async<bool> takeBackAsDraft(Session& session, UUID id) {
     }
     co_await ignoreCancellation();
     co_await model.close();
-    if (failure) {
-        OutboxItem kept = *item;
-        kept.sendAt = OutboxItem::distantFuture;
-        kept.failure = sentenceOf(failure);
-        co_await outbox.enqueue(std::move(kept));
-        std::rethrow_exception(failure);
-    }
-    co_return true;
+    if (!failure) co_return;
+    OutboxItem kept = item;
+    kept.sendAt = OutboxItem::distantFuture;
+    kept.failure = isCancellation(failure) ? tr("It was taken back.") : sentenceOf(failure);
+    co_await outbox.enqueue(std::move(kept));
+    std::rethrow_exception(failure);
 }
 
 void addOutboxCommands(CLI::App& program, CommandBody& body) {
@@ -176,6 +182,7 @@ void addOutboxCommands(CLI::App& program, CommandBody& body) {
             body = [&action, word](Session& session) { return run(session, action, *word); };
         });
     }
+    addOutboxEdit(*command, body);
 }
 
 }
