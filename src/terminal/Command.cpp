@@ -5,6 +5,7 @@
 #include "terminal/AccountCommands.h"
 #include "terminal/MailCommands.h"
 #include "terminal/ReadCommand.h"
+#include "terminal/SignatureCommands.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -15,8 +16,9 @@ namespace {
 
 Command::Reach reachOf(const CLI::App& program) {
     for (const auto* chosen : program.get_subcommands()) {
-        if (chosen->get_name() == "accounts") return Command::Reach::accounts;
-        if (chosen->get_name() == "read" && chosen->count("--file") > 0) return Command::Reach::nothing;
+        const std::string name = chosen->get_name();
+        if (name == "accounts" || name == "signature") return Command::Reach::accounts;
+        if (name == "read" && chosen->count("--file") > 0) return Command::Reach::nothing;
     }
     return Command::Reach::mail;
 }
@@ -33,6 +35,7 @@ std::expected<Command, int> parseCommand(std::vector<std::string> words, Console
     addAccountCommands(program, command.body);
     addMailCommands(program, command.body);
     addReadCommand(program, command.body);
+    addSignatureCommands(program, command.body);
     try {
         std::ranges::reverse(words);
         program.parse(std::move(words));
