@@ -4,6 +4,7 @@
 #include "accounts/AccountError.h"
 #include "base/Localisation.h"
 #include "base/Text.h"
+#include "compose/WrittenMessage.h"
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
@@ -70,9 +71,10 @@ nlohmann::json jsonOf(const ServerConfig& server) {
     return {{"host", server.host}, {"port", server.port}, {"security", std::string(rawText(server.security))}};
 }
 
-nlohmann::json jsonOf(const MailAccount& account) {
+nlohmann::json jsonOf(Session& session, const MailAccount& account) {
     return {{"id", account.id.text()},
             {"email", account.email},
+            {"name", senderAddress(session.app.settings(), account).name.value_or("")},
             {"provider", std::string(rawText(account.provider))},
             {"username", account.username},
             {"incoming", jsonOf(account.incoming)},
@@ -87,7 +89,7 @@ Async<void> list(Session& session) {
     const auto accounts = session.app.accounts().accounts.get();
     if (session.isJSON()) {
         auto document = nlohmann::json::array();
-        for (const auto& account : accounts) document.push_back(jsonOf(account));
+        for (const auto& account : accounts) document.push_back(jsonOf(session, account));
         session.print(document);
         co_return;
     }
@@ -115,7 +117,7 @@ Async<void> add(Session& session, const AddWords& words) {
     session.tellNotices();
     const MailAccount account = store.accounts->back();
     if (session.isJSON())
-        session.print(jsonOf(account));
+        session.print(jsonOf(session, account));
     else
         session.console.line(tr("{} is added. Bring in its mail with: velmo sync", printable(account.email)));
 }
@@ -128,6 +130,25 @@ Async<void> remove(Session& session, const std::string& email) {
         session.print({{"removed", account.email}});
     else
         session.console.line(tr("{} is removed, with its mail and its password.", printable(account.email)));
+}
+
+/// The name in front of the address, in what the account sends.
+Async<void> setName(Session& session, const std::string& email, const std::string& word) {
+    const MailAccount account = accountNamed(session, email);
+    const std::string name(text::trimmedUnicode(printable(text::repairedUTF8(word))));
+    Settings& settings = session.app.settings();
+    co_await callOn(session.executors.background, [&] {
+        if (name.empty())
+            settings.remove(senderNameKey(account.id));
+        else
+            settings.setText(senderNameKey(account.id), name);
+    });
+    if (session.isJSON())
+        session.print(jsonOf(session, account));
+    else if (name.empty())
+        session.console.line(tr("Messages from {} carry the address alone.", printable(account.email)));
+    else
+        session.console.line(tr("Messages from {} carry the name {}.", printable(account.email), name));
 }
 
 /// Takes words like "google" and "other".
@@ -154,7 +175,7 @@ void addServerOption(CLI::App& command, const char* option, std::string what, st
 }
 
 void addAccountCommands(CLI::App& program, CommandBody& body) {
-    auto* accounts = program.add_subcommand("accounts", tr("List, add and remove mail accounts"));
+    auto* accounts = program.add_subcommand("accounts", tr("List, add, name and remove mail accounts"));
     accounts->require_subcommand(0, 1);
     accounts->callback([accounts, &body] {
         if (accounts->get_subcommands().empty()) body = list;
@@ -174,6 +195,13 @@ void addAccountCommands(CLI::App& program, CommandBody& body) {
     auto* removing = accounts->add_subcommand("remove", tr("Remove an account with its local mail"));
     removing->add_option("EMAIL", *email, tr("Address of the account"))->required();
     removing->callback([email, &body] { body = [email](Session& session) { return remove(session, *email); }; });
+
+    auto named = std::make_shared<std::pair<std::string, std::string>>();
+    auto* naming = accounts->add_subcommand("name", tr("Set the name that stands in front of the address"));
+    naming->add_option("EMAIL", named->first, tr("Address of the account"))->required();
+    naming->add_option("NAME", named->second, tr("The name; an empty one removes it"))->required();
+    naming->callback(
+        [named, &body] { body = [named](Session& session) { return setName(session, named->first, named->second); }; });
 }
 
 }

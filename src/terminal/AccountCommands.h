@@ -8,7 +8,7 @@ class App;
 
 namespace velmo {
 
-/// `accounts`, `accounts add` and `accounts remove`. Parsing sets `body` when one of them was asked for.
+/// `accounts` with `add`, `name` and `remove`. Parsing sets `body` when one of them was asked for.
 void addAccountCommands(CLI::App& program, CommandBody& body);
 
 }
