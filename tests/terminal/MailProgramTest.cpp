@@ -1,13 +1,9 @@
 // The built programs, each in a process of its own.
 
-#include "app/Application.h"
-#include "base/Runtime.h"
 #include "store/SampleMail.h"
-#include "support/EnvironmentGuard.h"
 #include "support/Eventually.h"
-#include "support/TemporaryDirectory.h"
-#include "terminal/CommandSocket.h"
 #include "terminal/Program.h"
+#include "terminal/ProgramHome.h"
 
 #include <boost/asio/io_context.hpp>
 #include <csignal>
@@ -27,40 +23,7 @@ using test::Program;
 using test::velmo;
 using testing::HasSubstr;
 
-class MailProgram : public testing::Test {
-  protected:
-    /// An account whose servers refuse, with the sample mail in its store and one body.
-    void addAccount() {
-        Runtime runtime;
-        runtime.run([&]() -> Async<void> {
-            Application application(runtime.executors());
-            MailAccount account;
-            account.id = sampleAccountID;
-            account.email = "ada@localhost";
-            account.incoming = account.outgoing = ServerConfig("127.0.0.1", 1, ServerConfig::Security::tls);
-            co_await application.accounts().add(account, "secret");
-            EXPECT_TRUE(application.keychain().notice()) << "is told once, which must not differ between two runs";
-            co_await application.openMail();
-            co_await fillWithSamples(application.store().environment().writer, application.clock().now());
-            const auto record = application.mail().messages.find(1);
-            const auto source =
-                sampleSource(record->mailboxPath, static_cast<std::uint32_t>(record->uid), application.clock().now());
-            application.store().environment().files.saveBody(
-                "Content-Type: application/pdf; name=x.pdf\r\n\r\n" + *source, BodyKey::of(*record));
-            co_await application.close();
-        });
-    }
-
-    bool isListening() const { return connectTo(socket_).has_value(); }
-
-    test::TemporaryDirectory home_;
-    fs::path socket_ = home_ / "run/velmo-mail.sock";
-
-  private:
-    test::EnvironmentGuard homeGuard_{"VELMO_HOME", home_.path().string()};
-    test::EnvironmentGuard displayGuard_{"DISPLAY", std::nullopt};
-    test::EnvironmentGuard waylandGuard_{"WAYLAND_DISPLAY", std::nullopt};
-};
+class MailProgram : public test::ProgramHome {};
 
 TEST_F(MailProgram, CarriesOutCommandsAsTheyAreInAProcessOfTheirOwn) {
     addAccount();

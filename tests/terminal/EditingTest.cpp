@@ -1,0 +1,280 @@
+// The built programs, and what a person writes in their editor.
+
+#include "support/EnvironmentGuard.h"
+#include "terminal/Program.h"
+#include "terminal/ProgramHome.h"
+#include "terminal/Terminal.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+#include <optional>
+
+namespace velmo { namespace {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+using test::contentsOf;
+using test::eventually;
+using test::Program;
+using test::Terminal;
+using test::velmo;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr const char* ada = "ada@localhost";
+/// Nothing that waits for it goes out in a test.
+constexpr const char* someDay = "2099-01-01T09:00:00Z";
+
+/// In a process of its own, and in the running application.
+class Editing : public test::ProgramHome, public testing::WithParamInterface<bool> {
+  protected:
+    void SetUp() override {
+        addAccount();
+        fs::create_directory(home_ / "tmp");
+        if (GetParam()) startApplication();
+    }
+
+    void startApplication() {
+        application_.emplace("velmo-mail", std::vector<std::string>{});
+        ASSERT_TRUE(eventually([&] { return isListening(); }));
+    }
+
+    /// A program for $EDITOR, of these shell commands; "$1" is the file.
+    std::string editor(const std::string& commands) {
+        const fs::path file = home_ / ("editor-" + std::to_string(++editors_));
+        test::writeFile(file, "#!/bin/sh\n" + commands + "\n");
+        fs::permissions(file, fs::perms::owner_all);
+        return file.string();
+    }
+
+    static json told(std::vector<std::string> words) {
+        words.insert(words.begin(), "--json");
+        const auto outcome = velmo(std::move(words));
+        EXPECT_EQ(outcome.code, 0) << outcome.err;
+        return json::parse(outcome.out, nullptr, false);
+    }
+
+    static json outbox() { return told({"outbox"}); }
+
+    static std::string bodyOf(const fs::path& outbox) {
+        for (const auto& entry : fs::directory_iterator(outbox))
+            if (entry.path().extension() == ".json") return json::parse(contentsOf(entry.path()))["body"];
+        return {};
+    }
+
+    std::string queuedBody() const { return bodyOf(home_ / "data/Outbox"); }
+
+    std::vector<fs::path> temporaryFiles() const {
+        std::vector<fs::path> files;
+        for (const auto& entry : fs::recursive_directory_iterator(home_ / "tmp"))
+            if (entry.path().filename() == "message.txt") files.push_back(entry.path());
+        return files;
+    }
+
+    std::vector<std::string> composing(std::vector<std::string> more = {}) const {
+        std::vector<std::string> words{"compose", "--to", "bob@example.test", "--subject", "Hello", "--at", someDay};
+        words.insert(words.end(), more.begin(), more.end());
+        return words;
+    }
+
+    /// The number of a message that waits for its time.
+    std::string scheduled() {
+        test::writeFile(home_ / "body", "first\n");
+        return told(composing({"--body-file", (home_ / "body").string()}))["id"];
+    }
+
+    std::optional<Program> application_;
+
+  private:
+    int editors_ = 0;
+    test::EnvironmentGuard temporaryGuard_{"TMPDIR", (home_ / "tmp").string()};
+};
+
+INSTANTIATE_TEST_SUITE_P(OwnProcessAndApplication, Editing, testing::Bool());
+
+TEST_P(Editing, OpensTheTextAsItStandsInAPrivateFileAndTakesWhatIsSaved) {
+    test::writeFile(home_ / "signature", "Ada\n");
+    told({"signature", "set", ada, "--text-file", (home_ / "signature").string()});
+    const std::string script =
+        editor("cp \"$1\" '" + (home_ / "opened").string() + "'\n" +                             //
+               "stat -c '%a %n' \"$1\" \"$(dirname \"$1\")\" >'" +                               //
+               (home_ / "modes").string() + "'\n" +                                              //
+               "printf 'Gr\\303\\274\\303\\237e\\r\\n' >\"$1.new\"; cat \"$1\" >>\"$1.new\"\n" + //
+               "mv \"$1.new\" \"$1\"; touch \"$1~\"");
+    Terminal terminal(composing(), script);
+    EXPECT_EQ(terminal.exitCode(), 0) << terminal.seen();
+    EXPECT_EQ(contentsOf(home_ / "opened"), "\n\n-- \nAda\n");
+    EXPECT_EQ(queuedBody(), "Grüße\n\n\n-- \nAda");
+    EXPECT_THAT(contentsOf(home_ / "modes"), testing::MatchesRegex("600 .*/message\\.txt\n700 .*\n"));
+    EXPECT_TRUE(fs::is_empty(home_ / "tmp") || GetParam());
+    EXPECT_THAT(temporaryFiles(), IsEmpty());
+
+    // An answer has its quote below.
+    Terminal answering({"reply", "1", "--at", someDay}, editor("cp \"$1\" '" + (home_ / "answer").string() + "'"));
+    EXPECT_EQ(answering.exitCode(), 1);
+    EXPECT_THAT(contentsOf(home_ / "answer"), testing::StartsWith("\n\n-- \nAda\n\nOn "));
+    EXPECT_THAT(contentsOf(home_ / "answer"), HasSubstr(" wrote:\n>"));
+    EXPECT_THAT(answering.seen(), HasSubstr("left as it was"));
+}
+
+TEST_P(Editing, SendsNothingThatThePersonDidNotWrite) {
+    struct Case {
+        const char* commands;
+        const char* sentence;
+    };
+    const Case cases[]{
+        {"echo lost >\"$1\"; exit 3", "ended with the error 3"},
+        {"kill -9 $$", "ended by the signal 9"},
+        {"true", "No text is left"},
+        {"printf ' \\n\\n' >\"$1\"", "No text is left"},
+        {"head -c 2000000 /dev/zero | tr '\\0' x >\"$1\"", "too long. It is kept in"},
+    };
+    for (const auto& [commands, sentence] : cases) {
+        Terminal terminal(composing(), editor(commands));
+        EXPECT_EQ(terminal.exitCode(), 1) << commands;
+        EXPECT_THAT(terminal.seen(), HasSubstr(sentence));
+    }
+    EXPECT_EQ(temporaryFiles().size(), 1U);
+    Terminal without(composing(), (home_ / "no such editor").string());
+    EXPECT_EQ(without.exitCode(), 1);
+    // What is wrong otherwise is told before they begin to write.
+    const auto marker = home_ / "was opened";
+    for (const auto& words : std::vector<std::vector<std::string>>{composing({"--attach", "no such file"}),
+                                                                   composing({"--cc", "broken"}),
+                                                                   {"compose", "--subject", "to nobody"},
+                                                                   {"draft", "edit", "1"}}) {
+        Terminal terminal(words, editor("touch '" + marker.string() + "'; echo x >\"$1\""));
+        EXPECT_EQ(terminal.exitCode(), 1) << testing::PrintToString(words);
+        EXPECT_FALSE(fs::exists(marker)) << terminal.seen();
+    }
+    EXPECT_EQ(outbox(), json::array());
+}
+
+TEST_P(Editing, LeavesInterruptsToTheEditor) {
+    const auto waiting = editor("trap 'echo heard' INT\necho ready; read line\necho written >\"$1\"");
+    Terminal terminal(composing(), waiting);
+    ASSERT_TRUE(terminal.shows("ready")) << terminal.seen();
+    terminal.type("\x03");
+    ASSERT_TRUE(terminal.shows("heard")) << terminal.seen();
+    terminal.type("\n");
+    EXPECT_EQ(terminal.exitCode(), 0) << terminal.seen();
+    EXPECT_EQ(queuedBody(), "written");
+}
+
+TEST_P(Editing, KeepsWhatWasWrittenWhenItsProgramIsEnded) {
+    const auto waiting = editor("echo precious >\"$1\"; echo ready; read line");
+    Terminal terminal(composing(), waiting);
+    ASSERT_TRUE(terminal.shows("ready")) << terminal.seen();
+    terminal.signal(SIGTERM);
+    EXPECT_EQ(terminal.exitCode(), 1);
+    const auto kept = temporaryFiles();
+    ASSERT_EQ(kept.size(), 1U);
+    EXPECT_EQ(contentsOf(kept[0]), "precious\n");
+    EXPECT_THAT(terminal.seen(), HasSubstr("kept in"));
+
+    // A draft needs the server, which is not there.
+    Terminal offline({"compose", "--draft"}, editor("echo offline >\"$1\""));
+    EXPECT_EQ(offline.exitCode(), 1);
+    EXPECT_THAT(offline.seen(), HasSubstr("What you wrote waits in the outbox as"));
+    EXPECT_EQ(queuedBody(), "offline");
+    EXPECT_EQ(temporaryFiles().size(), 1U);
+}
+
+TEST_P(Editing, ChangesAMessageOfTheOutboxOrLeavesItThere) {
+    const std::string id = scheduled();
+    const json before = outbox();
+    for (const char* commands : {"echo lost >\"$1\"; exit 1", "true >\"$1\""}) {
+        Terminal failing({"outbox", "edit", id}, editor(commands));
+        EXPECT_EQ(failing.exitCode(), 1);
+        EXPECT_EQ(outbox(), before) << failing.seen();
+    }
+    Terminal mistaken({"outbox", "edit", id, "--without", "carol@example.test"}, editor("echo second >>\"$1\""));
+    EXPECT_EQ(mistaken.exitCode(), 1);
+    json left = outbox();
+    ASSERT_EQ(left.size(), 1U);
+    EXPECT_EQ(left[0]["state"], "failed");
+    EXPECT_THAT(std::string(left[0]["failure"]), HasSubstr("does not go to carol@example.test"));
+    EXPECT_EQ(queuedBody(), "first\nsecond") << "what was written stays with the message";
+
+    Terminal changing({"outbox", "edit", id, "--cc", "carol@example.test", "--at", someDay},
+                      editor("echo third >>\"$1\""));
+    EXPECT_EQ(changing.exitCode(), 0) << changing.seen();
+    EXPECT_EQ(queuedBody(), "first\nsecond\nthird");
+    left = outbox();
+    ASSERT_EQ(left.size(), 1U);
+    EXPECT_EQ(left[0]["messageID"], before[0]["messageID"]);
+
+    // One that has a time keeps it, and its text where nobody edits it.
+    const json again = told({"outbox", "edit", left[0]["id"], "--subject", "Bye"});
+    EXPECT_EQ(again["state"], "scheduled");
+    EXPECT_EQ(outbox()[0]["sendAt"], someDay);
+    EXPECT_EQ(outbox()[0]["subject"], "Bye");
+    test::writeFile(home_ / "fourth", "fourth\n");
+    told({"outbox", "edit", again["id"], "--body-file", (home_ / "fourth").string()});
+    EXPECT_EQ(queuedBody(), "fourth");
+}
+
+TEST_P(Editing, LosesNoMessageWhoseProgramEndsWhileItIsEdited) {
+    const std::string id = scheduled();
+    const json before = outbox();
+    const auto waiting = editor("echo precious >\"$1\"; echo ready; read line");
+    Terminal terminal({"outbox", "edit", id}, waiting);
+    ASSERT_TRUE(terminal.shows("ready")) << terminal.seen();
+    if (!GetParam()) {
+        terminal.signal(SIGKILL);
+        EXPECT_EQ(terminal.exitCode(), -1);
+        const json left = outbox();
+        ASSERT_EQ(left.size(), 1U);
+        EXPECT_EQ(left[0]["state"], "failed");
+        EXPECT_THAT(std::string(left[0]["failure"]), HasSubstr("neither sent nor saved"));
+    } else {
+        application_->signal(SIGTERM);
+        EXPECT_EQ(application_->outcome().code, 0);
+        EXPECT_EQ(outbox(), before);
+        terminal.type("\n");
+        EXPECT_EQ(terminal.exitCode(), 1);
+        EXPECT_THAT(terminal.seen(), HasSubstr("What you wrote is kept in"));
+        EXPECT_THAT(terminal.seen(), HasSubstr("has quit"));
+    }
+    ASSERT_EQ(temporaryFiles().size(), 1U);
+    EXPECT_THAT(contentsOf(temporaryFiles()[0]), testing::StartsWith("precious"));
+    EXPECT_EQ(queuedBody(), "first");
+}
+
+TEST_P(Editing, SetsASignatureInBothForms) {
+    const auto pieces = home_ / "pieces.json", text = home_ / "text";
+    const std::vector<std::string> show{"signature", "show", ada};
+    EXPECT_EQ(velmo(show), (test::Outcome{0, "", ""}));
+    test::writeFile(pieces, R"([{"text": "Ada ", "isBold": true}, {"text": "Lovelace", "link": "https://ada.test"}])");
+    json told_ = told({"signature", "set", "ADA@localhost", "--html-pieces", pieces.string()});
+    EXPECT_EQ(told_["text"], "Ada Lovelace");
+    EXPECT_EQ(told_["pieces"][1]["link"], "https://ada.test");
+
+    for (const char* bad : {"{", "[1]", R"([{"text": 5}])", "{}"}) {
+        test::writeFile(pieces, bad);
+        const auto refused = velmo({"signature", "set", ada, "--html-pieces", pieces.string()});
+        EXPECT_EQ(refused.code, 1) << bad;
+        EXPECT_THAT(refused.err, HasSubstr("no JSON array of the pieces"));
+        EXPECT_EQ(told(show), told_) << bad;
+    }
+
+    // Whoever only looks at it in the editor keeps its styles; another text has none.
+    EXPECT_EQ(Terminal({"signature", "set", ada}, "true").exitCode(), 0);
+    EXPECT_EQ(told(show), told_);
+    EXPECT_EQ(Terminal({"signature", "set", ada}, editor("sed -i s/Ada/A./ \"$1\"")).exitCode(), 0);
+    EXPECT_EQ(told(show)["text"], "A. Lovelace");
+    EXPECT_EQ(told(show)["pieces"], json::array());
+    test::writeFile(text, "line\r\n<two>\n\n");
+    EXPECT_EQ(velmo({"signature", "set", ada}, text).code, 0);
+    EXPECT_EQ(velmo(show).out, "line\n<two>\n");
+    EXPECT_EQ(velmo({"signature", "set", ada}).code, 0);
+    EXPECT_EQ(velmo(show).out, "");
+
+    EXPECT_EQ(told({"accounts", "name", ada, " Ada\x1b[1m Lovelace "})["name"], "Ada[1m Lovelace");
+    EXPECT_EQ(told({"accounts"})[0]["name"], "Ada[1m Lovelace");
+    EXPECT_EQ(told({"accounts", "name", ada, ""})["name"], "");
+}
+
+}}
