@@ -31,11 +31,12 @@ std::chrono::seconds Outbox::undoWindow(const Settings& settings) {
 
 /// What goes over the wire.
 struct Outbox::Built {
-    Built(SMTPEnvelope envelope_, std::shared_ptr<const Bytes> message_)
-        : envelope(std::move(envelope_)), message(std::move(message_)) {}
+    Built(SMTPEnvelope envelope_, std::shared_ptr<const Bytes> message_, bool isKept_)
+        : envelope(std::move(envelope_)), message(std::move(message_)), isKept(isKept_) {}
 
     SMTPEnvelope envelope;
     std::shared_ptr<const Bytes> message;
+    bool isKept; ///< in the files, until it is filed
 };
 
 Outbox::Outbox(Parts parts)
@@ -192,42 +193,48 @@ std::optional<Duration> Outbox::untilNext() const {
 // --- Sending -----------------------------------------------------------------------------------------------------
 
 Async<void> Outbox::send(OutboxItemPointer item) {
-    std::shared_ptr<const Bytes> message;
-    bool hasKept = false;
+    std::shared_ptr<const Bytes> message; // what the files do not have
     std::exception_ptr failure;
     try {
         const auto account = environment_.account(item->accountID);
         if (!account) throw Cancelled();
         Built wire = co_await built(*account, *item);
-        message = wire.message;
-        hasKept = co_await isKept(*item, message);
+        if (!wire.isKept) message = wire.message;
         MailCredential credential = co_await environment_.accounts.credential(*account);
-        co_await transport_(*account, std::move(credential), std::move(wire.envelope), message);
+        co_await transport_(*account, std::move(credential), std::move(wire.envelope), wire.message);
     } catch (...) {
         failure = std::current_exception();
     }
     // What has happened is noted, also when the program ends.
     co_await ignoreCancellation();
     if (!failure)
-        co_await sent(item, hasKept ? nullptr : std::move(message));
+        co_await sent(item, std::move(message));
     else if (!isCancellation(failure))
         co_await failed(*item, failure);
     ended(item->id);
 }
 
+/// The bytes are made once: a message that goes again, and may be there already, is the same to the last of them.
 Async<Outbox::Built> Outbox::built(const MailAccount& account, const OutboxItem& item) const {
     const Date now = environment_.clock->now();
-    co_return co_await callOn(environment_.executors.background, [&] {
-        const OutgoingMessage message = writtenMessage(item, account, settings_, now);
-        return Built(SMTPEnvelope(account.email, message.recipients()), std::make_shared<const Bytes>(message.build()));
-    });
+    OutgoingMessage message(IMAPAddress{{}, account.email}, now);
+    message.to = item.to;
+    message.cc = item.cc;
+    message.bcc = item.bcc;
+    SMTPEnvelope envelope(account.email, message.recipients());
+    std::optional<Bytes> bytes = co_await callOn(fileLane_, [&] { return files_.message(item.id); });
+    if (bytes) co_return Built(std::move(envelope), std::make_shared<const Bytes>(*std::move(bytes)), true);
+    bytes = co_await callOn(environment_.executors.background,
+                            [&] { return writtenMessage(item, account, settings_, now).build(); });
+    const bool isKept = co_await keeps(item, *bytes);
+    co_return Built(std::move(envelope), std::make_shared<const Bytes>(*std::move(bytes)), isKept);
 }
 
 /// Keeps what goes out until its copy is filed. False when it stays in memory alone, which is no reason not to send.
-Async<bool> Outbox::isKept(const OutboxItem& item, const std::shared_ptr<const Bytes>& message) const {
+Async<bool> Outbox::keeps(const OutboxItem& item, const Bytes& message) const {
     if (!files_.keepsAnything()) co_return false;
     try {
-        co_await callOn(fileLane_, [&] { files_.keepMessage(item.id, *message); });
+        co_await callOn(fileLane_, [&] { files_.keepMessage(item.id, message); });
         co_return true;
     } catch (const FileError& error) {
         log("Mail").error("A message could not be kept beside the outbox: {}", pub(error.sentence()));
@@ -261,6 +268,8 @@ Async<void> Outbox::failed(const OutboxItem& item, std::exception_ptr failure) {
     changed.sendAt = isFinal ? OutboxItem::distantFuture : environment_.clock->now() + retryInterval;
     try {
         co_await write(changed);
+        // The person may change what goes into it before it is tried again.
+        if (isFinal) co_await callOn(fileLane_, [&] { files_.dropMessage(item.id); });
     } catch (const FileError& error) {
         log("Mail").error("The outbox could not be written: {}", pub(error.sentence()));
     }
@@ -316,6 +325,7 @@ OutboxItemPointer Outbox::claim(const UUID& id) {
 
 Async<void> Outbox::putBack(OutboxItem taken) {
     taken.sendAt = OutboxItem::distantFuture;
+    taken.hasSavedDraft = true; // it may have been saved before the end came
     taken.failure = tr("It was neither sent nor saved as a draft.");
     co_await enqueue(std::move(taken));
 }

@@ -111,7 +111,7 @@ class Outbox final : public MailService {
     std::optional<Duration> untilNext() const;
     Async<void> send(OutboxItemPointer item);
     Async<Built> built(const MailAccount& account, const OutboxItem& item) const;
-    Async<bool> isKept(const OutboxItem& item, const std::shared_ptr<const Bytes>& message) const;
+    Async<bool> keeps(const OutboxItem& item, const Bytes& message) const;
     Async<void> sent(OutboxItemPointer item, std::shared_ptr<const Bytes> message);
     Async<void> failed(const OutboxItem& item, std::exception_ptr failure);
     Async<void> write(const OutboxItem& item) const;

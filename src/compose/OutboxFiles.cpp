@@ -60,10 +60,11 @@ OutboxFiles::Found OutboxFiles::load() const {
     return found;
 }
 
-/// Bytes of attempts that came to nothing, and files that were never written to their end, whose names are hidden.
+/// Bytes without an item, and files that were never written to their end, whose names are hidden.
 void OutboxFiles::dropForgotten(const Found& found) const {
     std::set<std::filesystem::path> wanted;
-    for (const auto& item : found.sent) wanted.insert(fileOf(item.id, bytes));
+    for (const auto* items : {&found.waiting, &found.sent})
+        for (const auto& item : *items) wanted.insert(fileOf(item.id, bytes));
     std::vector<std::filesystem::path> forgotten;
     for (const auto& entry : std::filesystem::directory_iterator(folder_)) {
         const auto& file = entry.path();
@@ -93,6 +94,10 @@ void OutboxFiles::keepMessage(const UUID& id, BytesView message) const {
 
 std::optional<Bytes> OutboxFiles::message(const UUID& id) const {
     return folder_.empty() ? std::nullopt : readFile(fileOf(id, bytes));
+}
+
+void OutboxFiles::dropMessage(const UUID& id) const {
+    removeFiles(id, {bytes});
 }
 
 void OutboxFiles::noteSent(const UUID& id) const {

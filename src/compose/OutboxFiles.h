@@ -13,7 +13,9 @@ namespace velmo {
 ///
 /// - ".json": it waits to be sent;
 /// - ".taken": it was taken back, and what became of it is not safe yet;
-/// - ".sent": the server has it, and it is still to be filed, with the bytes that went out beside it in ".eml".
+/// - ".sent": the server has it, and it is still to be filed.
+///
+/// Beside one that waits, or was sent, the bytes that are handed to the server may lie in ".eml".
 ///
 /// An item goes from one to the next by being renamed, so that it is never in two of them and never in none. Any
 /// thread; whoever uses it keeps the order of his own operations. With an empty folder nothing is kept. Throws
@@ -40,11 +42,11 @@ class OutboxFiles {
     /// Writes one as though it had been taken back.
     void writeTaken(const OutboxItem& item) const;
 
-    /// Keeps the bytes of a message that is about to be handed to the server.
+    /// Keeps the bytes of a message that is about to be handed to the server, gives them again (absent when there are
+    /// none), and lets go of them.
     void keepMessage(const UUID& id, BytesView message) const;
-
-    /// What `keepMessage` kept; absent when there is nothing.
     std::optional<Bytes> message(const UUID& id) const;
+    void dropMessage(const UUID& id) const;
 
     /// An item that waited has been sent, or taken back. Nothing happens without its file.
     void noteSent(const UUID& id) const;

@@ -14,6 +14,7 @@
 #include <deque>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <set>
 
 namespace velmo::test { namespace {
 
@@ -56,6 +57,7 @@ class OutboxTest : public testing::Test {
 
     Async<void> deliver(SMTPEnvelope envelope, std::shared_ptr<const Bytes> message) {
         ++attempts_;
+        handed_.insert(*message);
         const Answer answer = answers_.empty() ? Answer::accepts : answers_.front();
         if (!answers_.empty()) answers_.pop_front();
         if (answer == Answer::hangs) co_await clock_->wait(24h);
@@ -101,6 +103,7 @@ class OutboxTest : public testing::Test {
     Outbox* outbox_ = nullptr;
     std::deque<Answer> answers_;
     int attempts_ = 0;
+    std::set<Bytes> handed_;
     std::vector<Bytes> delivered_;
     std::vector<std::string> recipients_;
 };
@@ -162,6 +165,7 @@ TEST_F(OutboxTest, TriesAgainEveryMinuteWhileTheServerIsOutOfReach) {
     settle();
     EXPECT_EQ(banner(), "Scheduled message sent");
     EXPECT_THAT(delivered_.front(), HasSubstr(scheduled.messageID));
+    EXPECT_EQ(handed_.size(), 1U); // the same bytes each time
 }
 
 TEST_F(OutboxTest, ARefusedMessageWaitsForThePerson) {
