@@ -119,6 +119,29 @@ void MailServers::deliver(const std::string& bytes) {
     run(fmt::format("chown mail:mail {}", file.string()));
 }
 
+std::vector<std::string> MailServers::mail(const std::string& user, const std::string& mailbox) const {
+    auto maildir = directory_ / ("home/" + user + "/Maildir");
+    if (mailbox != "INBOX") maildir /= "." + text::replacedAll(mailbox, "/", ".");
+    std::vector<std::string> all;
+    for (const char* part : {"new", "cur"}) {
+        if (!std::filesystem::exists(maildir / part)) continue;
+        for (const auto& entry : std::filesystem::directory_iterator(maildir / part))
+            all.push_back(contentsOf(entry.path()));
+    }
+    return all;
+}
+
+bool MailServers::hasDelivered() const {
+    for (const char* queue : {"incoming", "active", "deferred"}) {
+        std::error_code gone; // files come and go meanwhile
+        for (std::filesystem::recursive_directory_iterator entry(directory_ / "spool" / queue, gone), end;
+             !gone && entry != end; entry.increment(gone))
+            if (!entry->is_directory(gone)) return false;
+        if (gone) return false;
+    }
+    return true;
+}
+
 std::vector<std::string> MailServers::clientSessions() const {
     std::vector<std::filesystem::path> files;
     for (const auto& entry : std::filesystem::directory_iterator(directory_ / "home/alice/rawlog"))

@@ -44,6 +44,15 @@ class MailServers {
     /// Adds one message with these bytes to Alice's inbox.
     void deliver(const std::string& bytes);
 
+    /// The messages of "alice" or "bob" in a mailbox, by its path with "/", as they lie on the server's disk.
+    std::vector<std::string> mail(const std::string& user, const std::string& mailbox = "INBOX") const;
+
+    /// Whether whatever the SMTP server has accepted has come to its mailboxes.
+    bool hasDelivered() const;
+
+    /// The certificate that they show, with its key beside it: "NAME.pem" and "NAME.key".
+    std::filesystem::path certificate() const { return directory_ / "certs/good.pem"; }
+
     /// All that clients have sent after they signed in, one text a session, in the order of their beginning.
     std::vector<std::string> clientSessions() const;
 
