@@ -3,11 +3,8 @@
 // arrive twice.
 
 #include "base/ManualClock.h"
-#include "base/Text.h"
-#include "compose/Outbox.h"
-#include "store/StoreHome.h"
+#include "compose/OpenOutbox.h"
 #include "support/ServerTest.h"
-#include "support/TLSRelay.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -21,76 +18,40 @@ using namespace std::chrono_literals;
 using Fault = FaultProxy::Fault;
 using Passage = TLSRelay::Passage;
 
-/// From the first of our own headers on: above them stand those of the servers on the way.
-std::string ownPart(const std::string& message) {
-    return message.substr(std::min(message.find("From: "), message.size()));
-}
-
-std::string messageIDIn(const std::string& message) {
-    const auto start = message.find("Message-ID: ");
-    if (start == std::string::npos) return {};
-    return message.substr(start + 12, message.find_first_of("\r\n", start) - start - 12);
-}
-
 class SendingFaults : public WithServers<> {
   protected:
     void prepare() override {
         servers_.emplace();
         relay_.emplace(servers_->smtp(ServerConfig::Security::tls), servers_->certificate());
-        MailAccount alice =
-            StoreHome::accountAt(servers_->imap(ServerConfig::Security::tls), servers_->value("ALICE_USER"));
-        alice.email = "alice@example.test";
-        alice.outgoing = ServerConfig("localhost", relay_->port(), ServerConfig::Security::tls);
-        home_.emplace(alice, servers_->value("ALICE_PASSWORD"));
-        store_ = std::make_unique<OpenStore>(*home_, clock_);
-        network_ = std::make_unique<NetworkMonitor>(store_->runtime.executors().main, *clock_, path_);
-        auto outbox = std::make_unique<Outbox>(
-            Outbox::Parts(store_->mail(), store_->settings, *network_, home_->store() / "Outbox"));
-        outbox_ = outbox.get();
-        store_->mail().add(std::move(outbox));
-        outbox_->start();
-        ASSERT_EQ(store_->pass(), SyncStatus::idle());
+        home_.emplace(aliceBehind(*relay_, *servers_), servers_->value("ALICE_PASSWORD"));
+        process_ = std::make_unique<OpenOutbox>(*home_, clock_);
+        ASSERT_EQ(process_->store().pass(), SyncStatus::idle());
     }
 
-    void TearDown() override {
-        store_.reset();
-        network_.reset();
-    }
+    void TearDown() override { process_.reset(); }
 
     void enqueue() {
-        OutboxItem item;
-        item.id = UUID::random();
-        item.accountID = home_->account.id;
-        item.sendAt = clock_->now();
-        item.to = {{"Bob", "bob@example.test"}};
-        item.subject = "Hello";
-        item.body = "First\n.\n..\n\nlast line\n.";
-        item.messageID = fmt::format("<{:05}@example.test>", ++enqueued_);
-        store_->run([&] { return outbox_->enqueue(item); });
-    }
-
-    void settle() {
-        store_->run([this] { return outbox_->finished(); });
+        process_->enqueue(toBob(home_->account, clock_->now(), fmt::format("<{:05}@example.test>", ++enqueued_)));
     }
 
     void tryAgain() {
         clock_->advance(60s);
-        settle();
+        process_->settle();
     }
 
     /// Lets time pass as long as every line stands still; true once no message waits for one.
     bool isGivenUp() {
-        return store_->eventually([this] {
+        return process_->store().eventually([this] {
             const auto stalled = relay_->stalled();
-            if (stalled > 0 && outbox_->sending->size() == stalled) clock_->advance(1s);
-            return outbox_->sending->empty();
+            if (stalled > 0 && process_->outbox().sending->size() == stalled) clock_->advance(1s);
+            return process_->outbox().sending->empty();
         });
     }
 
     /// What goes through when nothing fails.
     Passage undisturbed() {
         enqueue();
-        settle();
+        process_->settle();
         return relay_->passages().back();
     }
 
@@ -100,18 +61,10 @@ class SendingFaults : public WithServers<> {
     std::optional<TLSRelay> relay_;
     std::optional<StoreHome> home_;
     std::shared_ptr<ManualClock> clock_ = std::make_shared<ManualClock>();
-    MemoryNetworkPath path_;
-    std::unique_ptr<OpenStore> store_;
-    std::unique_ptr<NetworkMonitor> network_;
-    Outbox* outbox_ = nullptr;
+    std::unique_ptr<OpenOutbox> process_;
     int enqueued_ = 0;
     int doubtful_ = 0; ///< connections that ended where nobody can know
 };
-
-/// The server may have the whole message.
-bool wasCarriedWhole(const Passage& passage) {
-    return passage.toServer.contains("\r\nDATA\r\n") && passage.toServer.contains("\r\n.\r\n");
-}
 
 /// The client may have the word that it was accepted.
 bool wasAcknowledged(const Passage& passage) {
@@ -122,12 +75,14 @@ bool wasAcknowledged(const Passage& passage) {
 }
 
 void SendingFaults::expectEachOnce() {
-    EXPECT_TRUE(outbox_->items->empty());
-    EXPECT_TRUE(std::filesystem::is_empty(home_->store() / "Outbox"));
+    EXPECT_TRUE(process_->outbox().items->empty());
+    EXPECT_TRUE(std::filesystem::is_empty(OpenOutbox::folderOf(*home_)));
     ASSERT_TRUE(eventually([this] { return servers_->hasDelivered(); }));
     std::map<std::string, std::vector<std::string>> arrived, filed;
-    for (const auto& message : servers_->mail("bob")) arrived[messageIDIn(message)].push_back(ownPart(message));
-    for (const auto& message : servers_->mail("alice", "Sent")) filed[messageIDIn(message)].push_back(message);
+    for (const auto& message : servers_->mail("bob"))
+        arrived[messageIDIn(message.bytes)].push_back(ownPart(message.bytes));
+    for (const auto& message : servers_->mail("alice", "Sent"))
+        filed[messageIDIn(message.bytes)].push_back(message.bytes);
     std::map<std::string, std::size_t> doubts;
     for (const auto& passage : relay_->passages()) {
         if (!wasCarriedWhole(passage) || (wasAcknowledged(passage) && passage.fault.kind != Fault::Kind::reset))
@@ -167,7 +122,7 @@ TEST_F(SendingFaults, ABrokenLineDoublesNothingButInDoubt) {
                 faults.emplace_back(kind, direction, place);
     relay_->plan(faults);
     for (std::size_t i = 0; i < faults.size(); ++i) enqueue();
-    settle();
+    process_->settle();
     tryAgain();
     expectEachOnce();
     EXPECT_GE(doubtful_, 4);
@@ -187,7 +142,7 @@ TEST_F(SendingFaults, AStandstillDoublesNothingButInDoubt) {
         relay_->plan({faults.end() - std::ptrdiff_t(atOnce), faults.end()});
         faults.resize(faults.size() - atOnce);
         for (std::size_t i = 0; i < atOnce; ++i) enqueue();
-        ASSERT_TRUE(store_->eventually([&] { return relay_->stalled() == atOnce; }));
+        ASSERT_TRUE(process_->store().eventually([&] { return relay_->stalled() == atOnce; }));
         ASSERT_TRUE(isGivenUp());
         tryAgain();
     }

@@ -2,26 +2,21 @@
 // removal of a file, a word to the server, in the middle of a write. What the next start finds must be whole, and what
 // it makes of it the same as if nothing had happened.
 
+#include "store/Deaths.h"
 #include "store/MailView.h"
-#include "store/SystemFaults.h"
 #include "support/ServerTest.h"
 
-#include <algorithm>
-#include <csignal>
 #include <functional>
 #include <gtest/gtest.h>
 #include <map>
 #include <set>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace velmo::test { namespace {
 
 using FlagChange = IMAPClient::FlagChange;
 
-constexpr Deed allDeeds[]{Deed::commit, Deed::rename, Deed::removal, Deed::fileWrite, Deed::socketWrite};
 /// Of writes there are too many to die at each.
-constexpr long sampledDeaths = 4;
+const std::map<Deed, long> sampledDeaths{{Deed::fileWrite, 4}, {Deed::socketWrite, 4}};
 
 class KillTest : public WithServers<> {
   protected:
@@ -53,68 +48,13 @@ class KillTest : public WithServers<> {
         return elsewhere([](auto client) { return mailOnServer(client); });
     }
 
-    /// Works in a process of its own, which dies at this deed; true when it came to its end.
-    bool workAndDie(Deed deed, long number, const Work& work) {
-        const auto child = ::fork();
-        if (child == 0) {
-            dieAt(deed, number);
-            try {
-                OpenStore store(*home_);
-                work(store);
-            } catch (const std::exception& error) {
-                std::fprintf(stderr, "%s\n", error.what());
-                ::_exit(1);
-            }
-            ::_exit(testing::Test::HasFailure() ? 1 : 0);
-        }
-        int status = 0;
-        EXPECT_EQ(::waitpid(child, &status, 0), child);
-        EXPECT_TRUE(WIFSIGNALED(status) ? WTERMSIG(status) == SIGKILL : WEXITSTATUS(status) == 0) << status;
-        return WIFEXITED(status);
-    }
-
-    /// The numbers at which a process is to die: all but for writes, of which some are picked.
-    static long stepOf(Deed deed, long count) {
-        const bool isSampled = deed == Deed::fileWrite || deed == Deed::socketWrite;
-        return isSampled ? std::max(1L, count / sampledDeaths) : 1;
-    }
-
-    /// Kills at each kind of deed, as often as there are such deeds; `before` and `after` are called around each death.
+    /// Kills a process that works with the store.
     void dieEverywhere(const Work& work, const std::function<void()>& before, const std::function<void()>& after) {
-        before();
-        std::map<Deed, long> counts = countsOf(work);
-        for (const auto deed : allDeeds) {
-            const long step = stepOf(deed, counts[deed]);
-            long deaths = 0;
-            for (long number = 1;; number += step) {
-                SCOPED_TRACE(testing::Message() << "deed " << int(deed) << " number " << number);
-                before();
-                if (workAndDie(deed, number, work)) break;
-                ++deaths;
-                after();
-                if (testing::Test::HasFailure()) return;
-            }
-            deaths_[deed] = deaths;
-        }
-    }
-
-    /// What an undisturbed process does; it tells by a pipe.
-    std::map<Deed, long> countsOf(const Work& work) {
-        int pipe[2];
-        EXPECT_EQ(::pipe(pipe), 0);
-        const auto telling = [&](OpenStore& store) {
+        const auto withStore = [&] {
+            OpenStore store(*home_);
             work(store);
-            for (const auto deed : allDeeds) {
-                const long count = deedsDone(deed);
-                if (::write(pipe[1], &count, sizeof count) != sizeof count) ::_exit(2);
-            }
         };
-        EXPECT_TRUE(workAndDie(Deed::commit, 1'000'000, telling));
-        std::map<Deed, long> counts;
-        for (const auto deed : allDeeds) EXPECT_EQ(::read(pipe[0], &counts[deed], sizeof(long)), ssize_t{sizeof(long)});
-        ::close(pipe[0]);
-        ::close(pipe[1]);
-        return counts;
+        deaths_ = test::dieEverywhere(withStore, before, after, sampledDeaths);
     }
 
     std::optional<MailServers> servers_;

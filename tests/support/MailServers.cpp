@@ -111,22 +111,29 @@ void MailServers::fill(const std::string& mailbox, int count, int seed) const {
                     seed));
 }
 
-void MailServers::deliver(const std::string& bytes) {
-    const std::filesystem::path maildir = value("ALICE_MAILDIR");
-    const auto file = maildir / "new" / fmt::format("{}.M{}.test", 1'800'000'000 + delivered_, delivered_);
+std::filesystem::path MailServers::maildir(const std::string& user, const std::string& mailbox) const {
+    const auto home = directory_ / ("home/" + user + "/Maildir");
+    return mailbox == "INBOX" ? home : home / ("." + text::replacedAll(mailbox, "/", "."));
+}
+
+void MailServers::deliver(const std::string& bytes, const std::string& mailbox) {
+    const std::string name = fmt::format("{}.M{}.test", 1'800'000'000 + delivered_, delivered_);
+    const auto file = maildir("alice", mailbox) / "new" / name;
     ++delivered_;
     writeFile(file, bytes);
     run(fmt::format("chown mail:mail {}", file.string()));
 }
 
-std::vector<std::string> MailServers::mail(const std::string& user, const std::string& mailbox) const {
-    auto maildir = directory_ / ("home/" + user + "/Maildir");
-    if (mailbox != "INBOX") maildir /= "." + text::replacedAll(mailbox, "/", ".");
-    std::vector<std::string> all;
+std::vector<MailServers::Stored> MailServers::mail(const std::string& user, const std::string& mailbox) const {
+    std::vector<Stored> all;
     for (const char* part : {"new", "cur"}) {
-        if (!std::filesystem::exists(maildir / part)) continue;
-        for (const auto& entry : std::filesystem::directory_iterator(maildir / part))
-            all.push_back(contentsOf(entry.path()));
+        const auto directory = maildir(user, mailbox) / part;
+        if (!std::filesystem::exists(directory)) continue;
+        for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+            const std::string name = entry.path().filename();
+            const auto flags = name.find(":2,");
+            all.push_back({contentsOf(entry.path()), flags == std::string::npos ? "" : name.substr(flags + 3)});
+        }
     }
     return all;
 }

@@ -41,11 +41,16 @@ class MailServers {
     /// The same for another mailbox of hers, by its path with "/"; it is made when it is not there.
     void fill(const std::string& mailbox, int count, int seed) const;
 
-    /// Adds one message with these bytes to Alice's inbox.
-    void deliver(const std::string& bytes);
+    /// Adds one message with these bytes to a mailbox of Alice's that is there.
+    void deliver(const std::string& bytes, const std::string& mailbox = "INBOX");
 
-    /// The messages of "alice" or "bob" in a mailbox, by its path with "/", as they lie on the server's disk.
-    std::vector<std::string> mail(const std::string& user, const std::string& mailbox = "INBOX") const;
+    /// A message as it lies on the server's disk, with LF between lines and the letters of its flags (S: seen,
+    /// R: answered, D: draft, T: deleted).
+    struct Stored {
+        std::string bytes, flags;
+    };
+    /// The messages of "alice" or "bob" in a mailbox, by its path with "/".
+    std::vector<Stored> mail(const std::string& user, const std::string& mailbox = "INBOX") const;
 
     /// Whether whatever the SMTP server has accepted has come to its mailboxes.
     bool hasDelivered() const;
@@ -57,6 +62,7 @@ class MailServers {
     std::vector<std::string> clientSessions() const;
 
   private:
+    std::filesystem::path maildir(const std::string& user, const std::string& mailbox) const;
     void start(RawLog rawLog);
     void stop();
 
