@@ -14,7 +14,7 @@
 namespace velmo::test { namespace {
 
 using namespace std::chrono_literals;
-using testing::Contains;
+using testing::Each;
 using testing::HasSubstr;
 
 class WritingDeaths : public WithServers<> {
@@ -100,7 +100,7 @@ class WritingDeaths : public WithServers<> {
         EXPECT_LE(copies.size(), wasInDoubt ? 2U : 1U);
         const auto filed = stored("alice", "Sent");
         ASSERT_EQ(filed.size(), 1U);
-        EXPECT_THAT(copies, Contains(filed[0].bytes + "\n"));
+        EXPECT_THAT(copies, Each(filed[0].bytes + "\n"));
         EXPECT_TRUE(stored("alice", "Drafts").empty());
     }
 
