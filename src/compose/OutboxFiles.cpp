@@ -19,13 +19,23 @@ constexpr std::string_view taken = ".taken";
 constexpr std::string_view sent = ".sent";
 constexpr std::string_view bytes = ".eml";
 
+/// Gives the name that it has then: its own where the disk refuses another.
 std::filesystem::path setAside(const std::filesystem::path& file) {
     std::filesystem::path aside = file;
     aside += ".damaged";
-    std::error_code reason;
-    std::filesystem::rename(file, aside, reason);
-    if (reason) throw FileError(file, reason);
-    return aside;
+    std::error_code stays;
+    std::filesystem::rename(file, aside, stays);
+    return stays ? file : aside;
+}
+
+/// Absent for what is no item.
+std::optional<OutboxItem> itemIn(const std::filesystem::path& file) {
+    try {
+        const auto content = readFile(file);
+        return content ? OutboxItem::fromJSON(*content) : std::nullopt;
+    } catch (const FileError&) {
+        return std::nullopt;
+    }
 }
 
 }
@@ -46,9 +56,7 @@ OutboxFiles::Found OutboxFiles::load() const {
                      : ending == sent  ? &found.sent
                                        : nullptr;
         if (list == nullptr) continue;
-        const auto content = readFile(file);
-        if (!content) continue;
-        auto item = OutboxItem::fromJSON(*content);
+        auto item = itemIn(file);
         // Its name is how it is removed.
         if (item && fileOf(item->id, ending) == file)
             list->push_back(*std::move(item));

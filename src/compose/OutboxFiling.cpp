@@ -140,7 +140,9 @@ Async<void> OutboxFiling::file(const MailAccount& account, const Entry& entry) {
     if (entry.ending == Ending::sent && item.answering) {
         auto mark = [&]() -> Async<void> {
             const auto answered = environment_.context.messages.find(*item.answering);
-            if (answered) co_await mail_.filing().markAnswered(account, *answered);
+            // The answer may have been written from another account than the one that was written to.
+            const auto asked = answered ? environment_.account(answered->accountID) : std::nullopt;
+            if (asked) co_await mail_.filing().markAnswered(*asked, *answered);
         };
         co_await attempt(mark);
     }
