@@ -219,6 +219,7 @@ Async<void> ComposeModel::fill(const ComposeRequest::EditDraft& request) {
     attachments = std::move(files);
     if (inReplyTo) answering = messageWith(*inReplyTo, draft.accountID);
     hasSavedDraft = true;
+    draft_ = draft;
 }
 
 /// Absent when the account does not hold it.

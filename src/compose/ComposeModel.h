@@ -105,6 +105,7 @@ class ComposeModel {
     std::optional<std::string> signatureOf(const std::optional<UUID>& accountID) const;
     void changed();
     Async<void> saveAfterPause();
+    Async<void> removeFormerDraft(const UUID& accountID);
     Async<void> keepHere(const MailAccount& sender);
     Async<void> releaseTaken();
     Async<void> whileSaving();
@@ -116,7 +117,8 @@ class ComposeModel {
     Settings& settings_;
     std::vector<std::unique_ptr<ScopedConnection>> connections_;
     std::optional<UUID> queuedItem_;
-    OutboxItemPointer taken_; ///< what the outbox keeps of this until it is saved or sent
+    OutboxItemPointer taken_;            ///< what the outbox keeps of this until it is saved or sent
+    std::optional<MessageRecord> draft_; ///< the copy on a server; of one that was saved here, account and Message-ID
     Flag saved_;
     Task saving_;
     std::uint64_t revision_ = 0;

@@ -106,6 +106,7 @@ Async<bool> ComposeModel::send(std::optional<Date> at) {
     isSending = false;
     if (!failure) {
         co_await releaseTaken();
+        co_await removeFormerDraft(sender->id);
         co_return true;
     }
     queuedItem_.reset();
@@ -208,6 +209,10 @@ Async<void> ComposeModel::saveDraft() {
         // The server may have it even when its answer is lost.
         hasSavedDraft = true;
         co_await mail_.filing().saveDraft(*sender, message->messageID, std::move(bytes));
+        co_await removeFormerDraft(sender->id);
+        draft_.emplace();
+        draft_->accountID = sender->id;
+        draft_->messageID = messageID;
         lastSaved = mail_.environment().clock->now();
         if (revision == revision_) isDirty = false;
         co_await releaseTaken();
@@ -218,6 +223,22 @@ Async<void> ComposeModel::saveDraft() {
     isSavingDraft = false;
     saved_.raise();
     if (failure) std::rethrow_exception(failure);
+}
+
+/// Where the draft lay with another account, or without a Message-ID, the copy that has come in its place, or that is
+/// being sent, does not end it.
+Async<void> ComposeModel::removeFormerDraft(const UUID& accountID) {
+    const auto former = std::exchange(draft_, std::nullopt);
+    if (!former || (former->accountID == accountID && former->messageID == messageID)) co_return;
+    const auto holder = mail_.environment().account(former->accountID);
+    std::exception_ptr failure;
+    try {
+        if (holder) co_await mail_.filing().deleteDraft(*holder, *former);
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    if (failure && isCancellation(failure)) std::rethrow_exception(failure);
+    if (failure) log("Mail").error("An older copy of a draft stays: {}", pub(sentenceOf(failure)));
 }
 
 /// The server does not take it now; so the outbox keeps it, as though it had been there and been taken back.
@@ -238,9 +259,13 @@ Async<void> ComposeModel::deleteDraft() {
     saving_.cancel();
     co_await whileSaving();
     co_await releaseTaken();
-    const auto sender = account();
-    if (!hasSavedDraft || !messageID || !sender) co_return;
-    co_await mail_.filing().deleteDraft(*sender, *messageID);
+    const auto holder = draft_ ? mail_.environment().account(draft_->accountID) : account();
+    if (!hasSavedDraft || !holder) co_return;
+    if (draft_)
+        co_await mail_.filing().deleteDraft(*holder, *draft_);
+    else if (messageID)
+        co_await mail_.filing().deleteDraft(*holder, *messageID);
+    draft_.reset();
     hasSavedDraft = false;
 }
 

@@ -3,6 +3,8 @@
 #include "store/MessageGroups.h"
 #include "store/ServerCommands.h"
 
+#include <span>
+
 namespace velmo {
 
 Async<void> MailFiling::saveDraft(MailAccount account, std::string messageID, Bytes message) {
@@ -14,10 +16,22 @@ Async<void> MailFiling::fileSent(MailAccount account, std::string messageID, Byt
     return replace(std::move(account), MailboxRole::sent, std::move(messageID), {"\\Seen"}, std::move(message));
 }
 
+Async<void> MailFiling::deleteDraft(MailAccount account, MessageRecord draft) {
+    if (draft.messageID) {
+        co_await deleteDraft(std::move(account), *draft.messageID);
+        co_return;
+    }
+    const auto engine = engines_.engine(account);
+    for (auto& group : grouped(std::span(&draft, 1))) {
+        const CommandOutcome outcome = co_await deleteOnServer(engine, std::move(group));
+        if (outcome.failure) std::rethrow_exception(outcome.failure);
+    }
+    co_await sync_->syncMailboxAfresh(account, draft.mailboxPath);
+}
+
 Async<void> MailFiling::markAnswered(MailAccount account, MessageRecord message) {
     const auto engine = engines_.engine(account);
-    const std::vector<MessageRecord> messages{message};
-    for (auto& group : grouped(messages)) {
+    for (auto& group : grouped(std::span(&message, 1))) {
         auto command = setFlagOnServer(engine, std::move(group), IMAPClient::FlagChange::add, "\\Answered");
         const CommandOutcome outcome = co_await std::move(command);
         if (outcome.failure) std::rethrow_exception(outcome.failure);

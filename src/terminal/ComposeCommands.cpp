@@ -120,36 +120,11 @@ MessageRecord draftNumbered(Session& session, std::int64_t id) {
     return draft;
 }
 
-/// By its Message-ID, so that no older copy of it is left.
-Async<void> deleteDraft(Session& session, const MessageRecord& draft, const std::optional<std::string>& messageID) {
-    const auto account = session.app.store().environment().account(draft.accountID);
-    if (account && messageID) {
-        co_await session.app.store().filing().deleteDraft(*account, *messageID);
-        co_return;
-    }
-    const std::vector<MessageRecord> records{draft};
-    MessageActions& actions = session.app.store().actions();
-    actions.deleteForever(records, tr("Deleted"));
-    if (session.place == Session::Place::application) co_return;
-    actions.commitPendingAction();
-    co_await actions.finished();
-}
-
-/// The copy that the new one does not replace by itself, since it has no Message-ID or lies with another account.
-Async<void> deleteOldCopy(Session& session, const MessageRecord& old, const std::optional<std::string>& messageID,
-                          const ComposeModel& model) {
-    if (messageID && *model.fromAccountID == old.accountID) co_return;
-    try {
-        co_await deleteDraft(session, old, messageID);
-    } catch (const UserError& error) {
-        session.console.note(error.sentence());
-    }
-}
-
 Async<void> deleteNumbered(Session& session, std::int64_t id) {
     co_await openOutbox(session);
     const MessageRecord draft = draftNumbered(session, id);
-    co_await deleteDraft(session, draft, draft.messageID);
+    const auto account = session.app.store().environment().account(draft.accountID);
+    if (account) co_await session.app.store().filing().deleteDraft(*account, draft);
     if (session.isJSON())
         session.print({{"id", id}, {"done", "delete"}});
     else
@@ -158,22 +133,19 @@ Async<void> deleteNumbered(Session& session, std::int64_t id) {
 
 // --- Commands ----------------------------------------------------------------------------------------------------
 
-/// `draft` is the one that is edited, if any.
-Async<void> finish(Session& session, ComposeModel& model, Kind kind, const ComposeWords& words, std::optional<Date> at,
-                   const std::optional<MessageRecord>& draft) {
-    const auto oldID = model.messageID;
-    if (isStored(kind, words))
+Async<void> finish(Session& session, ComposeModel& model, Kind kind, const ComposeWords& words,
+                   std::optional<Date> at) {
+    if (isStored(kind, words)) {
         co_await saveAsDraft(session, model);
-    else
+    } else {
         co_await queue(model, at);
-    if (draft) co_await deleteOldCopy(session, *draft, oldID, model);
-    if (*model.isQueued) co_await seeOff(session, model, at);
+        co_await seeOff(session, model, at);
+    }
 }
 
 Async<void> write(Session& session, const ComposeWords& words, Kind kind) {
     Outbox* outbox = co_await openOutbox(session);
-    std::optional<MessageRecord> draft;
-    if (kind == Kind::draft) draft = draftNumbered(session, words.id);
+    if (kind == Kind::draft) draftNumbered(session, words.id);
     WrittenContent content = co_await writtenContent(session, words);
     if (wantsEditor(session, words)) content.edited = co_await writtenBody(session, kind, words, content);
     ComposeModel model(session.app.store(), *outbox, session.app.settings());
@@ -182,7 +154,7 @@ Async<void> write(Session& session, const ComposeWords& words, Kind kind) {
     try {
         co_await load(model, request);
         apply(content, model, kind == Kind::draft ? TextPlace::whole : TextPlace::above);
-        co_await finish(session, model, kind, words, content.at, draft);
+        co_await finish(session, model, kind, words, content.at);
     } catch (...) {
         failure = std::current_exception();
     }

@@ -126,8 +126,23 @@ TEST_F(ComposeModelTest, ADraftOfAnotherProgramLosesNothing) {
     ASSERT_EQ(model->attachments->size(), 1U);
     EXPECT_EQ(model->attachments->front().data, "PNG");
     EXPECT_THAT(*model->to, ElementsAre(IMAPAddress{"A, B", "alice@example.test"}));
+    // Saved and sent by the other account, it leaves no copy behind and still answers.
+    model->setSender(rig_->alice().id);
+    save(*model);
+    EXPECT_THAT(rig_->held(rig_->bob, "Drafts"), IsEmpty());
+    EXPECT_EQ(rig_->held(rig_->alice(), "Drafts").size(), 1U);
+    model->setSender(rig_->bob.id);
     EXPECT_TRUE(send(*model));
+    EXPECT_THAT(rig_->held(rig_->alice(), "Drafts"), IsEmpty());
     EXPECT_TRUE(rig_->mail().context().messages.find(original.id)->isAnswered);
+
+    rig_->store->run(
+        [&] { return rig_->mail().filing().saveDraft(rig_->bob, "<n@x>", "Subject: nameless\r\n\r\nx\r\n"); });
+    const auto nameless = written(ComposeRequest::EditDraft{rig_->held(rig_->bob, "Drafts").at(0).id, UUID::random()});
+    nameless->body = "y";
+    save(*nameless);
+    EXPECT_EQ(rig_->held(rig_->bob, "Drafts").size(), 1U);
+    rig_->store->run([&] { return nameless->deleteDraft(); });
     EXPECT_THAT(rig_->held(rig_->bob, "Drafts"), IsEmpty());
 }
 
