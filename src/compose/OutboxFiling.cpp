@@ -102,13 +102,13 @@ Async<void> OutboxFiling::pass() {
 /// Gives what failed. Files of an account that is gone stay as they are.
 Async<std::exception_ptr> OutboxFiling::tryFiling(const Entry& entry) {
     const auto account = environment_.account(entry.item->accountID);
-    if (!account) co_return std::exception_ptr();
+    std::exception_ptr failure;
     try {
-        co_await file(*account, entry);
+        if (account) co_await file(*account, entry);
     } catch (...) {
-        co_return std::current_exception();
+        failure = std::current_exception();
     }
-    co_return std::exception_ptr();
+    co_return failure;
 }
 
 /// Each step is tried, whatever became of those before. Throws the failure of one, if of any that the server was out of
