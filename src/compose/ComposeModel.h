@@ -83,6 +83,8 @@ class ComposeModel {
 
     /// The pause in writing after which a draft is saved.
     static constexpr Duration savePause{5'000};
+    /// The pause after one that could not be saved, unless more is written.
+    static constexpr Duration retryPause{60'000};
 
   private:
     struct Field;

@@ -184,7 +184,9 @@ Async<void> ComposeModel::saveAfterPause() {
             failure = std::current_exception();
         }
         if (failure && isCancellation(failure)) std::rethrow_exception(failure);
-        if (failure) log("Mail").error("Couldn't save a draft: {}", pub(sentenceOf(failure)));
+        if (!failure) continue;
+        log("Mail").error("Couldn't save a draft: {}", pub(sentenceOf(failure)));
+        co_await mail_.environment().clock->wait(retryPause);
     } while (*isDirty && !*isQueued && !isClosed_);
 }
 
@@ -247,6 +249,7 @@ Async<void> ComposeModel::keepHere(const MailAccount& sender) {
     kept.id = taken_ ? taken_->id : UUID::random();
     kept.accountID = sender.id;
     kept.sendAt = OutboxItem::distantFuture;
+    if (taken_ && *taken_ == kept) co_return;
     try {
         co_await outbox_.keep(kept);
         taken_ = std::make_shared<const OutboxItem>(std::move(kept));
