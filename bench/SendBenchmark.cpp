@@ -17,6 +17,7 @@
 #include <cstdlib>
 #include <fmt/format.h>
 #include <memory>
+#include <optional>
 
 namespace velmo::bench {
 
@@ -89,7 +90,7 @@ double peers(const MailServers& servers, const Bytes& message) {
     });
 }
 
-/// Mail for tomorrow, and one message that is due: when it goes out, the outbox is read and armed.
+/// Mail for tomorrow, and one message that is due: when it is being sent, the outbox is read and armed.
 void fillOutbox(const std::filesystem::path& folder, const UUID& accountID, Date now) {
     const OutboxFiles files(folder);
     OutboxItem item;
@@ -115,19 +116,18 @@ double startOfOutbox(Home& home, const std::filesystem::path& folder) {
         MemoryNetworkPath path;
         NetworkMonitor network(runtime.executors().main, application.clock(), path);
         Outbox::Parts parts(application.store(), application.settings(), network, folder);
-        bool isArmed = false;
-        parts.transport = [&isArmed](auto...) -> Async<void> {
-            isArmed = true;
+        parts.transport = [](auto...) -> Async<void> {
             throw SMTPError::connection(MailConnectionError::cannotConnect("localhost"));
             co_return;
         };
+        std::optional<Outbox> outbox;
         seconds = secondsOf([&] {
-            Outbox outbox(std::move(parts));
-            outbox.start();
-            if (!test::eventually(runtime, [&] { return isArmed; }))
-                throw std::runtime_error("the outbox stands still");
-            runtime.run([&] { return outbox.stop(); });
+            outbox.emplace(std::move(parts));
+            outbox->start();
+            const auto isArmed = [&outbox] { return !outbox->sending->empty(); };
+            if (!test::eventually(runtime, isArmed)) throw std::runtime_error("the outbox stands still");
         });
+        runtime.run([&] { return outbox->stop(); });
     });
     return seconds;
 }
