@@ -6,6 +6,7 @@
 #include "platform/StagedFile.h"
 
 #include <algorithm>
+#include <future>
 #include <set>
 #include <string>
 #include <system_error>
@@ -38,6 +39,18 @@ std::optional<OutboxItem> itemIn(const std::filesystem::path& file) {
     }
 }
 
+/// Two threads share the work: what a thousand items hold takes longer to understand than to read.
+std::vector<std::optional<OutboxItem>> itemsIn(const std::vector<std::filesystem::path>& files) {
+    std::vector<std::optional<OutboxItem>> items(files.size());
+    const auto readEverySecond = [&](std::size_t first) {
+        for (std::size_t i = first; i < files.size(); i += 2) items[i] = itemIn(files[i]);
+    };
+    auto others = std::async([&] { readEverySecond(1); });
+    readEverySecond(0);
+    others.get();
+    return items;
+}
+
 }
 
 std::filesystem::path OutboxFiles::fileOf(const UUID& id, std::string_view ending) const {
@@ -48,20 +61,20 @@ OutboxFiles::Found OutboxFiles::load() const {
     Found found;
     std::error_code missing;
     if (folder_.empty() || !std::filesystem::is_directory(folder_, missing)) return found;
+    std::vector<std::filesystem::path> files;
     for (const auto& entry : std::filesystem::directory_iterator(folder_)) {
-        const auto& file = entry.path();
-        const std::string ending = file.extension().string();
-        auto* list = ending == waiting ? &found.waiting
-                     : ending == taken ? &found.taken
-                     : ending == sent  ? &found.sent
-                                       : nullptr;
-        if (list == nullptr) continue;
-        auto item = itemIn(file);
+        const auto ending = entry.path().extension();
+        if (ending == waiting || ending == taken || ending == sent) files.push_back(entry.path());
+    }
+    auto items = itemsIn(files);
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        const std::string ending = files[i].extension().string();
+        auto& list = ending == waiting ? found.waiting : ending == taken ? found.taken : found.sent;
         // Its name is how it is removed.
-        if (item && fileOf(item->id, ending) == file)
-            list->push_back(*std::move(item));
+        if (items[i] && fileOf(items[i]->id, ending) == files[i])
+            list.push_back(*std::move(items[i]));
         else
-            found.setAside.push_back(setAside(file));
+            found.setAside.push_back(setAside(files[i]));
     }
     std::ranges::stable_sort(found.waiting, {}, &OutboxItem::sendAt);
     dropForgotten(found);
