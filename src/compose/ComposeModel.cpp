@@ -133,6 +133,7 @@ void ComposeModel::fill(const ComposeRequest::Outbox& request) {
     references = taken->references;
     answering = taken->answering;
     hasSavedDraft = taken->hasSavedDraft;
+    if (hasSavedDraft) noteDraft(taken->accountID);
 }
 
 Async<void> ComposeModel::fill(const ComposeRequest::Reply& request) {

@@ -107,6 +107,7 @@ class ComposeModel {
     std::optional<std::string> signatureOf(const std::optional<UUID>& accountID) const;
     void changed();
     Async<void> saveAfterPause();
+    void noteDraft(const UUID& accountID);
     Async<void> removeFormerDraft(const UUID& accountID);
     Async<void> keepHere(const MailAccount& sender);
     Async<void> releaseTaken();

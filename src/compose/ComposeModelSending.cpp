@@ -212,9 +212,7 @@ Async<void> ComposeModel::saveDraft() {
         hasSavedDraft = true;
         co_await mail_.filing().saveDraft(*sender, message->messageID, std::move(bytes));
         co_await removeFormerDraft(sender->id);
-        draft_.emplace();
-        draft_->accountID = sender->id;
-        draft_->messageID = messageID;
+        noteDraft(sender->id);
         lastSaved = mail_.environment().clock->now();
         if (revision == revision_) isDirty = false;
         co_await releaseTaken();
@@ -225,6 +223,13 @@ Async<void> ComposeModel::saveDraft() {
     isSavingDraft = false;
     saved_.raise();
     if (failure) std::rethrow_exception(failure);
+}
+
+/// The draft of this Message-ID lies with the account.
+void ComposeModel::noteDraft(const UUID& accountID) {
+    draft_.emplace();
+    draft_->accountID = accountID;
+    draft_->messageID = messageID;
 }
 
 /// Where the draft lay with another account, or without a Message-ID, the copy that has come in its place, or that is

@@ -29,7 +29,9 @@ namespace velmo {
 /// An item whose server can't be reached is tried again every minute, whatever it takes; one that the server refuses
 /// waits for the person. It keeps its Message-ID at each attempt. When the connection dies between the end of the
 /// message and the server's answer, nobody knows whether it arrived: it goes again, and this is the one moment from
-/// which a second copy can come, beside the end of the process between that answer and the removal of the file.
+/// which a second copy can come, beside the end of the process between that answer and the renaming of the file.
+///
+/// What was taken back, or sent but not filed yet, stays in the files as well: see OutboxFiles and OutboxFiling.
 ///
 /// Lives on the main executor; files are written and messages built on the background executor. Its operations throw
 /// FileError when the disk refuses, and then nothing has changed.

@@ -6,6 +6,7 @@
 #include "platform/StagedFile.h"
 
 #include <algorithm>
+#include <expected>
 #include <future>
 #include <set>
 #include <string>
@@ -29,19 +30,23 @@ std::filesystem::path setAside(const std::filesystem::path& file) {
     return stays ? file : aside;
 }
 
-/// Absent for what is no item.
-std::optional<OutboxItem> itemIn(const std::filesystem::path& file) {
+enum class Flaw { damaged, unreadable };
+
+std::expected<OutboxItem, Flaw> itemIn(const std::filesystem::path& file) {
     try {
         const auto content = readFile(file);
-        return content ? OutboxItem::fromJSON(*content) : std::nullopt;
+        if (!content) return std::unexpected(Flaw::unreadable);
+        auto item = OutboxItem::fromJSON(*content);
+        if (item) return *std::move(item);
+        return std::unexpected(Flaw::damaged);
     } catch (const FileError&) {
-        return std::nullopt;
+        return std::unexpected(Flaw::unreadable);
     }
 }
 
 /// Two threads share the work: what a thousand items hold takes longer to understand than to read.
-std::vector<std::optional<OutboxItem>> itemsIn(const std::vector<std::filesystem::path>& files) {
-    std::vector<std::optional<OutboxItem>> items(files.size());
+std::vector<std::expected<OutboxItem, Flaw>> itemsIn(const std::vector<std::filesystem::path>& files) {
+    std::vector<std::expected<OutboxItem, Flaw>> items(files.size(), std::unexpected(Flaw::unreadable));
     const auto readEverySecond = [&](std::size_t first) {
         for (std::size_t i = first; i < files.size(); i += 2) items[i] = itemIn(files[i]);
     };
@@ -73,6 +78,8 @@ OutboxFiles::Found OutboxFiles::load() const {
         // Its name is how it is removed.
         if (items[i] && fileOf(items[i]->id, ending) == files[i])
             list.push_back(*std::move(items[i]));
+        else if (!items[i] && items[i].error() == Flaw::unreadable)
+            found.setAside.push_back(files[i]); // it may be whole, and readable at the next start
         else
             found.setAside.push_back(setAside(files[i]));
     }

@@ -34,7 +34,8 @@ class OutboxFiles {
         /// Files that could not be read as an item, under the names that they have now.
         std::vector<std::filesystem::path> setAside;
     };
-    /// Reads them all. A damaged one is renamed, so that it keeps nothing else from being sent and is not lost.
+    /// Reads them all. A damaged one is renamed, so that it keeps nothing else from being sent and is not lost; one
+    /// that can't be read now keeps its name.
     Found load() const;
 
     /// Writes an item that waits, with the folder where that was missing. One of its ID that was taken back is over.

@@ -67,18 +67,6 @@ Async<std::string> writtenBody(Session& session, const OutboxItem& item, const s
     co_return co_await editedBody(session, std::move(body), TextPlace::whole);
 }
 
-/// A draft of it that lies with another account than the one that sends it now.
-Async<void> deleteOldDraft(Session& session, const OutboxItem& item, const ComposeModel& model) {
-    if (!item.hasSavedDraft || *model.fromAccountID == item.accountID) co_return;
-    const auto account = session.app.store().environment().account(item.accountID);
-    if (!account) co_return;
-    try {
-        co_await session.app.store().filing().deleteDraft(*account, item.messageID);
-    } catch (const UserError& error) {
-        session.console.note(error.sentence());
-    }
-}
-
 /// Puts the changed message where it belongs, in the place of the one that was taken back.
 Async<void> replaceTaken(Session& session, const OutboxItem& item, ComposeModel& model, const WrittenContent& content,
                          bool isDraft, std::optional<Date> at) {
@@ -103,7 +91,6 @@ Async<void> changeTaken(Session& session, const OutboxItem& item, const WrittenC
     try {
         co_await replaceTaken(session, item, model, content, words.isDraft, at);
         isReplaced = true;
-        co_await deleteOldDraft(session, item, model);
         if (*model.isQueued) co_await seeOff(session, model, at);
     } catch (...) {
         failure = std::current_exception();
