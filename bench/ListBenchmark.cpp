@@ -54,6 +54,7 @@ class Mail {
     std::unique_ptr<ModelContext> context_ = container_->makeContext();
     SyncWriter writer_{container_, MessageFiles(directory_ / "Messages"), clock_, runtime_.executors().background};
     BodyIndex bodies_{{}};
+    Troubles troubles_{settings_, clock_};
     StoreEnvironment environment_{runtime_.executors(),
                                   clock_,
                                   settings_,
@@ -61,7 +62,8 @@ class Mail {
                                   *context_,
                                   writer_,
                                   MessageFiles(directory_ / "Messages"),
-                                  bodies_};
+                                  bodies_,
+                                  troubles_};
     StoreStatus status_;
     MailboxDirectory mailboxes_{environment_};
     std::shared_ptr<MessageLists> lists_ = std::make_shared<MessageLists>(environment_, status_, mailboxes_);

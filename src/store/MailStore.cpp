@@ -16,8 +16,9 @@ MailStore::MailStore(MailStoreParts parts)
       context_(container_->makeContext()),
       writer_(container_, parts.files, parts.clock, parts.executors.background),
       bodyIndex_(parts.bodyIndex),
-      environment_{parts.executors, parts.clock, parts.settings, parts.accounts,        *context_,
-                   writer_,         parts.files, bodyIndex_,     parts.isShowingSamples},
+      troubles_(parts.settings, parts.clock),
+      environment_{parts.executors, parts.clock, parts.settings, parts.accounts, *context_,
+                   writer_,         parts.files, bodyIndex_,     troubles_,      parts.isShowingSamples},
       directory_(environment_),
       engines_(environment_),
       downloads_(std::make_shared<BodyDownloads>(parts.executors.main)),
@@ -213,6 +214,7 @@ Async<void> MailStore::removeAccountData(MailAccount account) {
         co_return;
     });
     status_.remove(id);
+    troubles_.settleAccount(id);
     sync_->forget(id);
     directory_.remove(id);
     for (const auto& service : services_) service->accountRemoved(id);

@@ -75,6 +75,7 @@ class MailStore {
     StoreEnvironment& environment() { return environment_; }
 
     StoreStatus& status() { return status_; }
+    Troubles& troubles() { return troubles_; }
     MailboxDirectory& mailboxes() { return directory_; }
     AccountSync& sync() { return *sync_; }
     MessageActions& actions() { return *actions_; }
@@ -105,6 +106,7 @@ class MailStore {
     std::unique_ptr<ModelContext> context_;
     SyncWriter writer_;
     BodyIndex bodyIndex_;
+    Troubles troubles_;
     StoreEnvironment environment_;
     StoreStatus status_;
     MailboxDirectory directory_;

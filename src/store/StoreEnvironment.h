@@ -7,6 +7,7 @@
 #include "records/BodyIndex.h"
 #include "records/MessageFiles.h"
 #include "records/ModelContext.h"
+#include "store/Troubles.h"
 #include "sync/SyncWriter.h"
 
 #include <memory>
@@ -25,6 +26,7 @@ struct StoreEnvironment {
     SyncWriter& writer;
     MessageFiles files;
     BodyIndex& bodyIndex;
+    Troubles& troubles;
     /// The store shows the built-in sample mail: nothing is synced, and no server is asked anything.
     bool isShowingSamples = false;
 

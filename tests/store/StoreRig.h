@@ -29,6 +29,7 @@ class StoreRig {
           context(container_->makeContext()),
           writer_(container_, MessageFiles(directory / "Messages"), clock_, runtime.executors().background),
           index({}),
+          troubles(settings, clock_),
           environment{runtime.executors(),
                       clock_,
                       settings,
@@ -36,7 +37,8 @@ class StoreRig {
                       *context,
                       writer_,
                       MessageFiles(directory / "Messages"),
-                      index},
+                      index,
+                      troubles},
           directoryOfMailboxes(environment),
           engines(environment) {
         account.id = UUID::random();
@@ -83,6 +85,7 @@ class StoreRig {
 
   public:
     BodyIndex index;
+    Troubles troubles;
     StoreEnvironment environment;
     StoreStatus status;
     MailboxDirectory directoryOfMailboxes;
