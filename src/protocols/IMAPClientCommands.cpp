@@ -21,7 +21,6 @@ std::optional<IMAPMailbox> readMailbox(IMAPValues response) {
     for (const IMAPValue attribute : words[1].children()) {
         if (attribute.isAtom()) mailbox.attributes.insert(*imapText(attribute));
     }
-    mailbox.role = mailboxRole(mailbox.path, mailbox.attributes);
     return mailbox;
 }
 
@@ -98,6 +97,7 @@ Async<std::vector<IMAPMailbox>> IMAPClient::listMailboxes() {
         for (const IMAPValues& response : untagged(responses, "LIST")) {
             if (auto mailbox = readMailbox(response)) mailboxes.push_back(std::move(*mailbox));
         }
+        assignRoles(mailboxes);
         co_return mailboxes;
     });
 }

@@ -65,13 +65,18 @@ std::optional<MailboxRole> mailboxRoleFrom(std::string_view rawText) {
     return found->second;
 }
 
-MailboxRole mailboxRole(std::string_view path, const std::set<std::string>& attributes) {
-    if (text::equalsIgnoringCase(path, "INBOX")) return inbox;
+std::optional<MailboxRole> mailboxRoleOfAttributes(const std::set<std::string>& attributes) {
     std::set<std::string> present;
     for (const std::string& attribute : attributes) present.insert(text::lowered(attribute));
     for (const auto& [attribute, role] : attributeRoles) {
         if (present.contains(std::string(attribute))) return role;
     }
+    return std::nullopt;
+}
+
+MailboxRole mailboxRole(std::string_view path, const std::set<std::string>& attributes) {
+    if (text::equalsIgnoringCase(path, "INBOX")) return inbox;
+    if (const auto role = mailboxRoleOfAttributes(attributes)) return *role;
     const std::size_t separator = path.find_last_of("/.");
     const std::string last = text::lowered(separator == std::string_view::npos ? path : path.substr(separator + 1));
     if (last == "snoozed") return snoozed;

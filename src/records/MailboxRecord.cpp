@@ -4,18 +4,6 @@
 
 namespace velmo {
 
-namespace {
-
-bool canBeSelected(const IMAPMailbox& mailbox) {
-    for (const auto& attribute : mailbox.attributes) {
-        if (text::equalsIgnoringCase(attribute, "\\Noselect") || text::equalsIgnoringCase(attribute, "\\NonExistent"))
-            return false;
-    }
-    return true;
-}
-
-}
-
 MailboxRole MailboxRecord::role() const {
     return mailboxRoleFrom(roleRaw).value_or(MailboxRole::other);
 }
@@ -24,7 +12,7 @@ void MailboxRecord::applyListing(const IMAPMailbox& listed, std::int64_t message
     name = mailboxDisplayName(listed.path, listed.delimiter, listed.role);
     delimiter = listed.delimiter;
     roleRaw = rawText(listed.role);
-    isSelectable = canBeSelected(listed);
+    isSelectable = listed.isSelectable();
     totalCount = messages;
     unreadCount = unseen;
 }

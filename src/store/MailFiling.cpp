@@ -7,6 +7,20 @@
 
 namespace velmo {
 
+namespace {
+
+bool isRenumbering(const std::exception_ptr& failure) {
+    try {
+        std::rethrow_exception(failure);
+    } catch (const RenumberedMailbox&) {
+        return true;
+    } catch (...) {
+        return false;
+    }
+}
+
+}
+
 Async<void> MailFiling::saveDraft(MailAccount account, std::string messageID, Bytes message) {
     return replace(std::move(account), MailboxRole::drafts, std::move(messageID), {"\\Draft", "\\Seen"},
                    std::move(message));
@@ -17,15 +31,14 @@ Async<void> MailFiling::fileSent(MailAccount account, std::string messageID, Byt
 }
 
 Async<void> MailFiling::deleteDraft(MailAccount account, MessageRecord draft) {
-    if (draft.messageID) {
-        co_await deleteDraft(std::move(account), *draft.messageID);
-        co_return;
-    }
     const auto engine = engines_.engine(account);
     for (auto& group : grouped(std::span(&draft, 1))) {
         const CommandOutcome outcome = co_await deleteOnServer(engine, std::move(group));
-        if (outcome.failure) std::rethrow_exception(outcome.failure);
+        // Under new numbers its Message-ID still finds it.
+        if (outcome.failure && !(draft.messageID && isRenumbering(outcome.failure)))
+            std::rethrow_exception(outcome.failure);
     }
+    if (draft.messageID) co_await engine->deleteByMessageID(draft.mailboxPath, *draft.messageID);
     co_await sync_->syncMailboxAfresh(account, draft.mailboxPath);
 }
 

@@ -29,7 +29,7 @@ class MailFiling {
     /// Deletes the draft with this Message-ID, where there is one.
     Async<void> deleteDraft(MailAccount account, std::string messageID);
 
-    /// Deletes this draft, with all copies of it that have its Message-ID.
+    /// Deletes this draft by its UID, and all copies of it in the same mailbox that have its Message-ID.
     Async<void> deleteDraft(MailAccount account, MessageRecord draft);
 
     /// Marks a message as answered.

@@ -35,11 +35,10 @@ std::string messageItems(const IMAPClient& client) {
     return items;
 }
 
-bool isSelectable(const IMAPMailbox& mailbox) {
-    return std::ranges::none_of(mailbox.attributes, [](const std::string& attribute) {
-        return text::equalsIgnoringCase(attribute, "\\noselect") ||
-               text::equalsIgnoringCase(attribute, "\\nonexistent");
-    });
+/// Only what stands in one line of printable ASCII can be asked for, and is worth asking for.
+bool isSearchableMessageID(std::string_view messageID) {
+    return !messageID.empty() && messageID.size() <= 900 &&
+           std::ranges::all_of(messageID, [](char c) { return c > ' ' && c <= '~'; });
 }
 
 /// Messages whose snippet is in the same section and of the same kind; one command serves them all.
@@ -172,7 +171,7 @@ Async<std::vector<ListedMailbox>> SyncEngine::listMailboxes() {
         std::vector<ListedMailbox> listed;
         std::vector<std::size_t> counted;
         for (IMAPMailbox& mailbox : mailboxes) {
-            if (isSelectable(mailbox)) counted.push_back(listed.size());
+            if (mailbox.isSelectable()) counted.push_back(listed.size());
             ListedMailbox entry;
             entry.mailbox = std::move(mailbox);
             listed.push_back(std::move(entry));
@@ -384,13 +383,30 @@ Async<std::vector<std::uint32_t>> SyncEngine::remoteSearch(std::string path, std
                  });
 }
 
+/// A search for a header field finds every text that contains the words, and with none it finds everything (RFC 3501
+/// §6.4.4); so the hits are read, and only those count that have just this identifier.
+Async<std::vector<std::uint32_t>> SyncEngine::withMessageID(const Client& client, const std::string& path,
+                                                            std::string messageID) {
+    std::vector<std::uint32_t> found;
+    if (!isSearchableMessageID(messageID)) co_return found;
+    auto hits = co_await search(client, path, "HEADER Message-ID " + imapQuoted(messageID));
+    if (hits.empty()) co_return found;
+    std::ranges::sort(hits);
+    const auto results = co_await uidFetch(client, path, uidSet(hits), "UID ENVELOPE");
+    for (const IMAPFetchResult& result : results) {
+        const bool isHit = result.uid && std::ranges::binary_search(hits, *result.uid);
+        if (isHit && result.envelope && result.envelope->messageID == messageID) found.push_back(*result.uid);
+    }
+    co_return found;
+}
+
 Async<bool> SyncEngine::moveByMessageID(std::string path, std::string messageID, std::string destination,
                                         std::optional<std::vector<std::string>> clearFlags) {
     return runOn(strand_,
                  [this, path = std::move(path), messageID = std::move(messageID), destination = std::move(destination),
                   clearFlags = std::move(clearFlags)]() -> Async<bool> {
                      const Client client = co_await connectedClient();
-                     const auto hits = co_await search(client, path, "HEADER Message-ID " + imapQuoted(messageID));
+                     const auto hits = co_await withMessageID(client, path, messageID);
                      if (hits.empty()) co_return false;
                      const std::string set = uidSet(hits);
                      if (clearFlags) {
@@ -408,7 +424,7 @@ Async<void> SyncEngine::replaceByMessageID(std::string path, std::string message
                  [this, path = std::move(path), messageID = std::move(messageID), flags = std::move(flags),
                   message = std::move(message)]() mutable -> Async<void> {
                      const Client client = co_await connectedClient();
-                     const auto older = co_await search(client, path, "HEADER Message-ID " + imapQuoted(messageID));
+                     const auto older = co_await withMessageID(client, path, messageID);
                      co_await client->locked([&] { return client->append(path, flags, std::move(message)); });
                      if (older.empty()) co_return;
                      const std::string set = uidSet(older);
@@ -419,7 +435,7 @@ Async<void> SyncEngine::replaceByMessageID(std::string path, std::string message
 Async<bool> SyncEngine::deleteByMessageID(std::string path, std::string messageID) {
     return runOn(strand_, [this, path = std::move(path), messageID = std::move(messageID)]() -> Async<bool> {
         const Client client = co_await connectedClient();
-        const auto hits = co_await search(client, path, "HEADER Message-ID " + imapQuoted(messageID));
+        const auto hits = co_await withMessageID(client, path, messageID);
         if (hits.empty()) co_return false;
         co_await client->locked([&] { return client->deleteMessages(path, uidSet(hits)); });
         co_return true;

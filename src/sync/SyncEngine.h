@@ -64,6 +64,9 @@ class SyncEngine {
     /// Messages that the server finds for a person's words, in its own order.
     Async<std::vector<std::uint32_t>> remoteSearch(std::string path, std::string query);
 
+    // An identifier that is empty or no single word is that of no message: nothing is found by it, and nothing
+    // replaced.
+
     /// Moves the message with this Message-ID, and takes flags away before; false when there is none.
     Async<bool> moveByMessageID(std::string path, std::string messageID, std::string destination,
                                 std::optional<std::vector<std::string>> clearFlags);
@@ -86,6 +89,8 @@ class SyncEngine {
     Async<Client> idleClient();
     Async<void> logOut(Client client);
     Async<std::vector<std::uint32_t>> search(const Client& client, const std::string& path, std::string criteria);
+    Async<std::vector<std::uint32_t>> withMessageID(const Client& client, const std::string& path,
+                                                    std::string messageID);
     Async<std::vector<IMAPFetchResult>> uidFetch(const Client& client, const std::string& path, std::string set,
                                                  std::string items, std::optional<std::uint64_t> changedSince = {});
     Async<std::vector<SyncedMessage>> fetchWithSnippets(const Client& client, const std::string& path,

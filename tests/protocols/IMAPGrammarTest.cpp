@@ -3,6 +3,7 @@
 #include "protocols/IMAPBodyStructure.h"
 #include "protocols/IMAPEnvelope.h"
 #include "protocols/IMAPFetchResult.h"
+#include "protocols/IMAPMailbox.h"
 #include "protocols/IMAPResponse.h"
 #include "protocols/MailboxRole.h"
 
@@ -235,6 +236,32 @@ TEST(IMAPAddress, IsFormattedForAHeader) {
                                                          {{"Ann B", "a@b"}, "Ann B <a@b>"},
                                                          {{"B., \"A\" \\", "a@b"}, "\"B., \\\"A\\\" \\\" <a@b>"}};
     for (const auto& [address, text] : cases) EXPECT_EQ(address.formatted(), text);
+}
+
+using Roles = std::vector<std::pair<std::string, MailboxRole>>;
+
+Roles rolesOf(std::vector<IMAPMailbox> mailboxes) {
+    assignRoles(mailboxes);
+    Roles roles;
+    for (const auto& mailbox : mailboxes)
+        if (mailbox.role != MailboxRole::other) roles.emplace_back(mailbox.path, mailbox.role);
+    return roles;
+}
+
+TEST(MailboxRole, OfAnAccountGoesToWhatTheServerNamesAndThenToTheTop) {
+    using enum MailboxRole;
+    const auto mailbox = [](std::string path, std::set<std::string> attributes = {}) {
+        return IMAPMailbox{std::move(path), "/", std::move(attributes), other};
+    };
+    EXPECT_EQ(rolesOf({mailbox("Bin"), mailbox("Rubbish", {"\\trash"}), mailbox("Old/Drafts"), mailbox("Drafts"),
+                       mailbox("INBOX")}),
+              (Roles{{"Rubbish", trash}, {"Drafts", drafts}, {"INBOX", inbox}}));
+    EXPECT_EQ(rolesOf({mailbox("Bin"), mailbox("Rubbish", {"\\Trash", "\\NonExistent"}),
+                       mailbox("Sent", {"\\NoSelect"}), mailbox("Work/Sent")}),
+              (Roles{{"Bin", trash}, {"Work/Sent", sent}}));
+    EXPECT_EQ(rolesOf({mailbox("INBOX/Trash"), mailbox("Work/Trash"), mailbox("INBOX/Old/Junk"), mailbox("Sent"),
+                       mailbox("Sent Items")}),
+              (Roles{{"INBOX/Trash", trash}, {"INBOX/Old/Junk", junk}, {"Sent", sent}, {"Sent Items", sent}}));
 }
 
 TEST(MailboxRole, ComesFromAttributesBeforeNames) {

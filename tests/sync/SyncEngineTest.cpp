@@ -272,30 +272,36 @@ TEST(SyncEngine, ActsOnMessagesByTheirIDs) {
         S: * OK [UIDVALIDITY 7] valid
         S: b3 OK
         C: b4 UID SEARCH HEADER Message-ID "<a\"b@c>"
-        S: * SEARCH 4 5
+        S: * SEARCH 6 4 5
         S: b4 OK
-        C: b5 UID STORE 4:5 -FLAGS.SILENT (\Seen)
+        C: b5 UID FETCH 4:6 (UID ENVELOPE)
+        S: * 1 FETCH (UID 4 ENVELOPE (NIL NIL NIL NIL NIL NIL NIL NIL NIL "<a\"b@c>"))
+        S: * 2 FETCH (UID 5 ENVELOPE (NIL NIL NIL NIL NIL NIL NIL NIL NIL "<x-<a\"b@c>>"))
+        S: * 3 FETCH (UID 7 ENVELOPE (NIL NIL NIL NIL NIL NIL NIL NIL NIL "<a\"b@c>"))
+        S: * 4 FETCH (UID 6 FLAGS (\Seen))
         S: b5 OK
-        C: b6 UID MOVE 4:5 "INBOX"
+        C: b6 UID STORE 4 -FLAGS.SILENT (\Seen)
         S: b6 OK
-        C: b7 UID SEARCH HEADER Message-ID "<x@c>"
-        S: * SEARCH
+        C: b7 UID MOVE 4 "INBOX"
         S: b7 OK
-        C: b8 UID SEARCH X-GM-RAW "from:\"me\""
-        S: * SEARCH 2
+        C: b8 UID SEARCH HEADER Message-ID "<x@c>"
+        S: * SEARCH
         S: b8 OK
-        C: b9 UID FETCH 1:2 (UID BODY.PEEK[])
+        C: b9 UID SEARCH X-GM-RAW "from:\"me\""
+        S: * SEARCH 2
+        S: b9 OK
+        C: b10 UID FETCH 1:2 (UID BODY.PEEK[])
         S: * 1 FETCH (UID 2 BODY[] {3}
         S> a\r\n
         S: )
-        S: b9 OK
-        C: b10 UID FETCH 9 (UID BODY.PEEK[])
+        S: b10 OK
+        C: b11 UID FETCH 9 (UID BODY.PEEK[])
         S: * 1 FETCH (UID 2 BODY[] "x")
         S: * 2 FETCH (UID 9 BODY[] NIL)
-        S: b10 OK
-        C: b11 UID FETCH 2 (UID BODY.PEEK[])
-        S: * 2 FETCH (UID 2 BODY[] "of another message")
         S: b11 OK
+        C: b12 UID FETCH 2 (UID BODY.PEEK[])
+        S: * 2 FETCH (UID 2 BODY[] "of another message")
+        S: b12 OK
         )",
             clock);
     SyncEngine& engine = *rig.engine;
@@ -305,6 +311,11 @@ TEST(SyncEngine, ActsOnMessagesByTheirIDs) {
         EXPECT_TRUE(moved);
         const bool erased = co_await engine.deleteByMessageID("Snoozed", "<x@c>");
         EXPECT_FALSE(erased);
+        for (const char* odd : {"", " ", "<a b@c>", "<a@b>\r\nC: x LOGOUT", "<\xc3\xa4@b>"}) {
+            std::string messageID(odd);
+            const bool found = co_await engine.deleteByMessageID("Snoozed", std::move(messageID));
+            EXPECT_FALSE(found) << odd;
+        }
         const auto hits = co_await engine.remoteSearch("Snoozed", "from:\"me\"");
         EXPECT_EQ(hits, std::vector<std::uint32_t>{2});
         std::vector<std::uint32_t> uids{2, 1};
