@@ -7,6 +7,8 @@
 #include "platform/Log.h"
 
 #include <algorithm>
+#include <array>
+#include <span>
 #include <utility>
 
 namespace velmo {
@@ -15,11 +17,48 @@ namespace {
 
 constexpr std::chrono::seconds defaultUndoWindow{10};
 constexpr Duration retryInterval{60'000};
+/// After an end that left it open whether the message arrived: each attempt may deliver it once more.
+constexpr std::array uncertainWaits{std::chrono::minutes(1), std::chrono::minutes(10), std::chrono::minutes(60)};
+/// What asks senders to come back later wants to be left alone for some minutes.
+constexpr std::array temporaryWaits{std::chrono::minutes(5), std::chrono::minutes(15), std::chrono::minutes(60)};
+/// From when on a server that is out of reach is a matter for the person.
+constexpr std::chrono::hours longOutOfReach{1};
 /// A longer wait looks at the clock again, which the person may have set meanwhile.
 constexpr Duration longestWait{60'000};
 constexpr std::chrono::seconds failureLifetime{12};
 /// Servers refuse more than a few connections at once.
 constexpr std::ptrdiff_t sendsAtOnce = 4;
+
+}
+
+namespace {
+
+std::string troubleOf(const UUID& id) {
+    return "send." + id.text();
+}
+
+std::string shownSubject(const OutboxItem& item) {
+    return item.subject.empty() ? tr("(No Subject)") : item.subject;
+}
+
+/// What is special about a failed attempt: nobody knows whether the message arrived, or it may be taken later.
+enum class Doubt { none, arrived, refusedForNow };
+
+Doubt doubtOf(const std::exception_ptr& failure) {
+    try {
+        std::rethrow_exception(failure);
+    } catch (const SMTPError& error) {
+        if (error.isUncertain()) return Doubt::arrived;
+        if (error.isTemporary()) return Doubt::refusedForNow;
+    } catch (...) {
+        return Doubt::none;
+    }
+    return Doubt::none;
+}
+
+std::span<const std::chrono::minutes> waitsAfter(Doubt doubt) {
+    return doubt == Doubt::arrived ? std::span(uncertainWaits) : std::span(temporaryWaits);
+}
 
 }
 
@@ -251,6 +290,7 @@ Async<void> Outbox::sent(OutboxItemPointer item, std::shared_ptr<const Bytes> me
         failure = std::current_exception();
     }
     erase(item->id);
+    forgetFailure(item->id);
     if (failure) {
         // It would be sent again at the next start.
         log("Mail").error("A sent message could not be removed from the outbox: {}", pub(sentenceOf(failure)));
@@ -261,23 +301,59 @@ Async<void> Outbox::sent(OutboxItemPointer item, std::shared_ptr<const Bytes> me
     filing_.add(std::move(item), OutboxFiling::Ending::sent, std::move(message));
 }
 
+/// How long to wait until it is tried again; absent when it is the person's.
+std::optional<Duration> Outbox::nextWait(OutboxItem& item, const std::exception_ptr& failure) const {
+    item.failure = sentenceOf(failure);
+    const Doubt doubt = doubtOf(failure);
+    if (doubt != Doubt::none) {
+        const auto waits = waitsAfter(doubt);
+        const auto tried = static_cast<std::size_t>(item.tries++);
+        const bool isOver = tried >= waits.size();
+        if (doubt == Doubt::arrived)
+            item.failure = isOver ? tr("The server never said whether it took the message, which may have arrived, "
+                                       "perhaps more than once. Ask whoever it is for before you send it again.")
+                                  : tr("The server did not say whether it took the message. It may have arrived.");
+        if (isOver) return std::nullopt;
+        return waits[tried];
+    }
+    const bool mayPass = !*network_.isOnline || isConnectionFailure(failure);
+    return mayPass ? std::optional(retryInterval) : std::nullopt;
+}
+
 Async<void> Outbox::failed(const OutboxItem& item, std::exception_ptr failure) {
     OutboxItem changed = item;
-    changed.failure = sentenceOf(failure);
-    const bool isFinal = *network_.isOnline && !isConnectionFailure(failure);
-    changed.sendAt = isFinal ? OutboxItem::distantFuture : environment_.clock->now() + retryInterval;
+    const auto wait = nextWait(changed, failure);
+    changed.sendAt = wait ? environment_.clock->now() + *wait : OutboxItem::distantFuture;
     try {
         co_await write(changed);
         // The person may change what goes into it before it is tried again.
-        if (isFinal) co_await callOn(fileLane_, [&] { files_.dropMessage(item.id); });
+        if (!wait) co_await callOn(fileLane_, [&] { files_.dropMessage(item.id); });
     } catch (const FileError& error) {
         log("Mail").error("The outbox could not be written: {}", pub(error.sentence()));
     }
-    if (isFinal) {
-        const std::string subject = item.subject.empty() ? tr("(No Subject)") : item.subject;
-        showBanner(tr("Couldn't send “{}”: {}", subject, *changed.failure), true, failureLifetime);
-    }
+    tellFailure(changed, doubtOf(failure) != Doubt::none);
     put(std::make_shared<const OutboxItem>(std::move(changed)));
+}
+
+/// A server that can't be reached for a moment is no news.
+void Outbox::tellFailure(const OutboxItem& item, bool isDoubtful) {
+    const Date now = environment_.clock->now();
+    const Date since = failingSince_.try_emplace(item.id, now).first->second;
+    const std::string subject = shownSubject(item);
+    std::string sentence = tr("Couldn't send “{}”: {}", subject, *item.failure);
+    if (item.hasFailed())
+        showBanner(sentence, true, failureLifetime);
+    else if (isDoubtful || now - since >= longOutOfReach)
+        sentence = tr("“{}” has not been sent yet, and is tried again: {}", subject, *item.failure);
+    else
+        return;
+    mail_.troubles().add(troubleOf(item.id), item.accountID, std::move(sentence));
+}
+
+/// It is sent, or in the person's hands.
+void Outbox::forgetFailure(const UUID& id) {
+    failingSince_.erase(id);
+    mail_.troubles().settle(troubleOf(id));
 }
 
 void Outbox::ended(const UUID& id) {
@@ -297,14 +373,18 @@ Async<void> Outbox::enqueue(OutboxItem item) {
 
 /// The person wants it back, or gone: it leaves the list, unless the disk refuses.
 Async<void> Outbox::take(OutboxItemPointer item, FileStep step) {
-    erase(item->id);
+    const UUID id = item->id;
+    erase(id);
     std::exception_ptr failure;
     try {
-        co_await uninterrupted([&] { return callOn(fileLane_, [&] { (files_.*step)(item->id); }); });
+        co_await uninterrupted([&] { return callOn(fileLane_, [&] { (files_.*step)(id); }); });
     } catch (const FileError&) {
         failure = std::current_exception();
     }
-    if (!failure) co_return;
+    if (!failure) {
+        forgetFailure(id);
+        co_return;
+    }
     put(std::move(item));
     changed_.raise();
     std::rethrow_exception(failure);
@@ -344,9 +424,11 @@ Async<bool> Outbox::retry(UUID id) {
     OutboxItem changed = *held;
     changed.sendAt = environment_.clock->now();
     changed.failure.reset();
+    changed.tries = 0;
     co_await write(changed);
     // Meanwhile its time may have come, or the person may have taken it back.
     if (item(id) != held || sending->contains(id)) co_return false;
+    forgetFailure(id);
     put(std::make_shared<const OutboxItem>(std::move(changed)));
     changed_.raise();
     co_return true;

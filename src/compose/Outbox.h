@@ -26,10 +26,17 @@ namespace velmo {
 /// The messages on their way out. Whatever a person sends waits here first: for the few seconds in which it can be
 /// taken back, or for the time that was chosen. Each item is a file of its own, so that it outlives the process.
 ///
-/// An item whose server can't be reached is tried again every minute, whatever it takes; one that the server refuses
-/// waits for the person. It keeps its Message-ID at each attempt. When the connection dies between the end of the
-/// message and the server's answer, nobody knows whether it arrived: it goes again, and this is the one moment from
-/// which a second copy can come, beside the end of the process between that answer and the renaming of the file.
+/// It keeps its Message-ID at each attempt. What becomes of it after a failed one:
+///
+/// | what happened                                           | the next attempt                 | the person is told |
+/// |---------------------------------------------------------|----------------------------------|--------------------|
+/// | the server can't be reached, or the machine is offline  | every minute, whatever it takes  | after an hour      |
+/// | the server asks to come back later (a code of 4xx)      | after 5, 15 and 60 minutes       | at once            |
+/// | the connection ends before the answer to the message    | after 1, 10 and 60 minutes       | at once            |
+/// | the server refuses, or those attempts are used up       | when the person says so          | at once            |
+///
+/// When the connection ends before that answer, nobody knows whether the message arrived: this is the one moment from
+/// which a second copy can come, beside the end of the process between the answer and the renaming of the file.
 ///
 /// What was taken back, or sent but not filed yet, stays in the files as well: see OutboxFiles and OutboxFiling.
 ///
@@ -115,7 +122,10 @@ class Outbox final : public MailService {
     Async<Built> built(const MailAccount& account, const OutboxItem& item) const;
     Async<bool> keeps(const OutboxItem& item, const Bytes& message) const;
     Async<void> sent(OutboxItemPointer item, std::shared_ptr<const Bytes> message);
+    std::optional<Duration> nextWait(OutboxItem& item, const std::exception_ptr& failure) const;
     Async<void> failed(const OutboxItem& item, std::exception_ptr failure);
+    void tellFailure(const OutboxItem& item, bool isDoubtful);
+    void forgetFailure(const UUID& id);
     Async<void> write(const OutboxItem& item) const;
     using FileStep = void (OutboxFiles::*)(const UUID&) const;
     Async<void> take(OutboxItemPointer item, FileStep step);
@@ -132,8 +142,9 @@ class Outbox final : public MailService {
     OutboxFiles files_;
     Executor fileLane_; ///< one file operation at a time, in their order
     std::map<UUID, OutboxItemPointer> handedOff_;
-    Flag changed_; ///< something may be due
-    Flag idle_;    ///< something has ended
+    std::map<UUID, Date> failingSince_; ///< when the first of the failures in a row was
+    Flag changed_;                      ///< something may be due
+    Flag idle_;                         ///< something has ended
     std::map<UUID, Task> sends_;
     OutboxFiling filing_;
     std::vector<OutboxItem> unfiled_; ///< of an earlier process

@@ -2,6 +2,7 @@
 
 #include "base/Text.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 namespace velmo {
@@ -79,6 +80,7 @@ OutboxItem itemFrom(const Json& object) {
     if (object.contains("inReplyTo")) item.inReplyTo = object.at("inReplyTo").get<std::string>();
     if (object.contains("answering")) item.answering = object.at("answering").get<std::int64_t>();
     if (object.contains("failure")) item.failure = object.at("failure").get<std::string>();
+    if (object.contains("tries")) item.tries = std::max(0, object.at("tries").get<int>());
     return item;
 }
 
@@ -101,6 +103,7 @@ Bytes OutboxItem::json() const {
     if (inReplyTo) object["inReplyTo"] = *inReplyTo;
     if (answering) object["answering"] = *answering;
     if (failure) object["failure"] = *failure;
+    if (tries > 0) object["tries"] = tries;
     return object.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 

@@ -33,11 +33,13 @@ struct OutboxItem {
     std::optional<std::int64_t> answering; ///< the `id` of the message that it answers
     bool hasSavedDraft = false;            ///< a draft with this Message-ID is on the server
     std::optional<std::string> failure;    ///< why the last attempt failed, as a sentence
+    int tries = 0; ///< attempts that left it open whether the server takes the message, since a person last sent it
 
     /// It waits for the person, not for its time.
     bool hasFailed() const { return failure && sendAt >= distantFuture; }
 
-    /// A JSON object whose keys are the names above; dates are of ISO 8601, identifiers and bytes are texts.
+    /// A JSON object whose keys are the names above; dates are of ISO 8601, identifiers and bytes are texts. What is
+    /// absent, or no `tries`, has no key.
     Bytes json() const;
 
     /// Reads it; absent when it is no such object, or any value has another type.

@@ -134,7 +134,7 @@ Async<void> sendEnvelope(SMTPSession& session, const Extensions& extensions, con
 /// The next reply; absent when the send is cancelled first.
 Async<std::optional<SMTPReply>> replyUnlessCancelled(SMTPSession& session) {
     try {
-        co_return co_await session.readReply(smtpReplyTimeout);
+        co_return co_await session.readReply(smtpFinalReplyTimeout);
     } catch (...) {
         if (!isCancellation(std::current_exception())) throw;
     }

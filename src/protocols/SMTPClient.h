@@ -25,6 +25,8 @@ struct SMTPEnvelope {
 
 /// What each line of a reply may take.
 inline constexpr Duration smtpReplyTimeout{60'000};
+/// What the answer to a whole message may take (RFC 5321 §4.5.3.2.6): who gives up earlier sends it once more.
+inline constexpr Duration smtpFinalReplyTimeout{600'000};
 /// What is left of that for the answer to a whole message once the send has been cancelled.
 inline constexpr Duration smtpLastReplyGrace{5'000};
 

@@ -47,6 +47,12 @@ SMTPError SMTPError::rejected(std::string stage, std::string_view reply) {
     return {Kind::rejected, std::move(sentence), std::move(text), std::move(stage)};
 }
 
+SMTPError SMTPError::deferred(std::string stage, std::string_view reply) {
+    SMTPError result = rejected(std::move(stage), reply);
+    result.isTemporary_ = true;
+    return result;
+}
+
 SMTPError SMTPError::unexpected(std::string_view words) {
     std::string text = printable(words);
     std::string sentence = tr("The outgoing mail server sent something unexpected: {}", text);

@@ -22,6 +22,8 @@ class SMTPError : public UserError {
     static SMTPError connection(const MailConnectionError& error);
     /// `stage` is a word for the step ("greeting", "sender" ...), or the address of the recipient that was refused.
     static SMTPError rejected(std::string stage, std::string_view reply);
+    /// The server says that it may take the message later: a code from 400 to 499 (RFC 5321 §4.2.1).
+    static SMTPError deferred(std::string stage, std::string_view reply);
     static SMTPError unexpected(std::string_view text);
     static SMTPError authenticationFailed();
 
@@ -40,9 +42,13 @@ class SMTPError : public UserError {
     /// twice. After any other failure nothing has been delivered.
     bool isUncertain() const { return isUncertain_; }
 
+    /// True for what `deferred` made: the same message may be taken later.
+    bool isTemporary() const { return isTemporary_; }
+
     friend bool operator==(const SMTPError& a, const SMTPError& b) {
         return a.kind_ == b.kind_ && a.stage_ == b.stage_ && a.text_ == b.text_ &&
-               a.connectionError_ == b.connectionError_ && a.isUncertain_ == b.isUncertain_;
+               a.connectionError_ == b.connectionError_ && a.isUncertain_ == b.isUncertain_ &&
+               a.isTemporary_ == b.isTemporary_;
     }
 
   private:
@@ -53,6 +59,7 @@ class SMTPError : public UserError {
     std::string text_;
     std::optional<MailConnectionError> connectionError_;
     bool isUncertain_ = false;
+    bool isTemporary_ = false;
 };
 
 }

@@ -66,7 +66,9 @@ void SMTPSession::startTLS() {
 }
 
 SMTPError SMTPSession::rejected(std::string stage, const SMTPReply& reply) const {
-    return SMTPError::rejected(std::move(stage), secrets_.masked(reply.text()));
+    const std::string words = secrets_.masked(reply.text());
+    const bool isTemporary = reply.code >= 400 && reply.code < 500;
+    return isTemporary ? SMTPError::deferred(std::move(stage), words) : SMTPError::rejected(std::move(stage), words);
 }
 
 }

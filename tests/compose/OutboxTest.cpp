@@ -25,7 +25,7 @@ using testing::IsEmpty;
 using testing::Not;
 
 /// How the server answers a message.
-enum class Answer { accepts, refuses, breaks, hangs };
+enum class Answer { accepts, refuses, defers, breaks, breaksBehindTheEnd, hangs };
 
 class OutboxTest : public testing::Test {
   protected:
@@ -63,6 +63,9 @@ class OutboxTest : public testing::Test {
         if (answer == Answer::hangs) co_await clock_->wait(24h);
         if (answer == Answer::refuses) throw SMTPError::rejected("bob@example.test", "no such person");
         if (answer == Answer::breaks) throw SMTPError::connection(MailConnectionError::cannotConnect("mail.test"));
+        if (answer == Answer::defers) throw SMTPError::deferred("bob@example.test", "come back later");
+        if (answer == Answer::breaksBehindTheEnd)
+            throw SMTPError::connection(MailConnectionError::closed("mail.test")).asUncertain();
         delivered_.push_back(*message);
         recipients_ = envelope.recipients;
     }
@@ -93,6 +96,21 @@ class OutboxTest : public testing::Test {
         store_->run([this] { return outbox_->finished(); });
     }
     bool exists(const UUID& id) const { return std::filesystem::exists(folder() / (id.text() + ".json")); }
+    std::vector<std::string> troubles() {
+        std::vector<std::string> texts;
+        for (const auto& each : *store_->mail().troubles().all) texts.push_back(each.text);
+        return texts;
+    }
+    /// Lets so much time pass, and the attempt that is due then fail.
+    void expectNextAttemptAfter(Duration wait) {
+        const int before = attempts_;
+        clock_->advance(wait - 1ms);
+        settle();
+        EXPECT_EQ(attempts_, before);
+        clock_->advance(1ms);
+        EXPECT_TRUE(eventually([&] { return attempts_ == before + 1; }));
+        settle();
+    }
     std::string banner() { return (*store_->mail().status().banner).value_or(Banner()).text; }
 
     StoreHome home_;
@@ -193,6 +211,57 @@ TEST_F(OutboxTest, ARefusedMessageWaitsForThePerson) {
     EXPECT_FALSE(exists(id));
 }
 
+TEST_F(OutboxTest, WhatMayHaveArrivedIsTriedThreeTimesMoreAndThenThePersons) {
+    answers_ = std::deque<Answer>(4, Answer::breaksBehindTheEnd);
+    const auto id = enqueue(item(0s, "twice?"));
+    ASSERT_TRUE(eventually([&] { return attempts_ == 1; }));
+    settle();
+    EXPECT_THAT(troubles(), ElementsAre(HasSubstr("may have arrived")));
+    expectNextAttemptAfter(1min);
+    close(); // the count outlives the process
+    open();
+    expectNextAttemptAfter(10min);
+    expectNextAttemptAfter(60min);
+    ASSERT_TRUE(outbox_->item(id));
+    EXPECT_TRUE(outbox_->item(id)->hasFailed());
+    EXPECT_THAT(banner(), HasSubstr("may have arrived, perhaps more than once"));
+    clock_->advance(48h);
+    settle();
+    EXPECT_EQ(attempts_, 4);
+    EXPECT_TRUE(store_->run([&] { return outbox_->retry(id); }));
+    ASSERT_TRUE(eventually([&] { return delivered_.size() == 1; }));
+    settle();
+    EXPECT_THAT(troubles(), IsEmpty());
+}
+
+TEST_F(OutboxTest, WhatIsRefusedForNowIsTriedLaterAndTold) {
+    answers_ = std::deque<Answer>(4, Answer::defers);
+    const auto id = enqueue(item(0s, "greylisted"));
+    ASSERT_TRUE(eventually([&] { return attempts_ == 1; }));
+    settle();
+    EXPECT_EQ(banner(), "");
+    EXPECT_THAT(troubles(), ElementsAre(testing::AllOf(HasSubstr("“greylisted”"), HasSubstr("come back later"))));
+    for (const auto wait : {5min, 15min, 60min}) expectNextAttemptAfter(wait);
+    EXPECT_TRUE(outbox_->item(id)->hasFailed());
+    EXPECT_TRUE(store_->run([&] { return outbox_->takeBack(id); }));
+    EXPECT_THAT(troubles(), IsEmpty());
+}
+
+TEST_F(OutboxTest, AServerOutOfReachForAnHourIsTold) {
+    answers_ = std::deque<Answer>(100, Answer::breaks);
+    const auto id = enqueue(item(0s));
+    ASSERT_TRUE(eventually([&] { return attempts_ == 1; }));
+    for (int minute = 0; minute < 60; ++minute) {
+        settle();
+        EXPECT_THAT(troubles(), IsEmpty());
+        expectNextAttemptAfter(1min);
+    }
+    EXPECT_THAT(troubles(), ElementsAre(HasSubstr("“Hello” has not been sent yet")));
+    EXPECT_FALSE(outbox_->item(id)->hasFailed());
+    EXPECT_TRUE(store_->run([&] { return outbox_->discard(id); }));
+    EXPECT_THAT(troubles(), IsEmpty());
+}
+
 TEST_F(OutboxTest, ReadsWhatAnotherProcessLeftAndSetsDamagedFilesAside) {
     OutboxItem whole = item(-1h);
     whole.cc = {{"Zoë, Q.", "zoe@example.test"}};
@@ -201,6 +270,7 @@ TEST_F(OutboxTest, ReadsWhatAnotherProcessLeftAndSetsDamagedFilesAside) {
     whole.references = {"<0@x>", "<1@x>"};
     whole.answering = 7;
     whole.failure = "why";
+    whole.tries = 2;
     whole.attachments[0].filename = "a\n.bin";
     EXPECT_EQ(OutboxItem::fromJSON(whole.json()), whole);
     OutboxItem stranger = item(-1h);

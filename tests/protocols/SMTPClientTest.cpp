@@ -169,7 +169,7 @@ TEST(SMTPClient, KnowsWhenAMessageMayHaveArrived) {
         {"an answer without sense", toTheDot + "S: what\n", SMTPError::unexpected("what").asUncertain()},
         {"an answer that is no refusal", toTheDot + "S: 251 well\n",
          SMTPError::rejected("message", "well").asUncertain()},
-        {"put off", toTheDot + "S: 451 later\n", SMTPError::rejected("message", "later")},
+        {"put off", toTheDot + "S: 451 later\n", SMTPError::deferred("message", "later")},
     });
     ScriptedServer leaving(toTheDot + "S: 250 taken\nCLOSE\n", ScriptedServer::Security::tls);
     EXPECT_EQ(send(configOf(leaving, Security::tls)), std::nullopt);
@@ -250,15 +250,16 @@ TEST(SMTPClient, EndsWhateverTheServerSends) {
     }
 }
 
-TEST(SMTPClient, WaitsAMinuteForALineAndNoLonger) {
+TEST(SMTPClient, WaitsAMinuteForALineAndTenForTheAnswerToAMessage) {
     const auto silence = SMTPError::connection(MailConnectionError::cannotConnect("localhost"));
     const struct {
         std::string transcript, received;
+        Duration limit;
         SMTPError failure;
     } cases[] = {
-        {"PAUSE", "", silence},
-        {"S> 220-x\\r\\n22\nPAUSE", "", silence},
-        {toTheDot + "PAUSE", "\r\n.\r\n", silence.asUncertain()},
+        {"PAUSE", "", smtpReplyTimeout, silence},
+        {"S> 220-x\\r\\n22\nPAUSE", "", smtpReplyTimeout, silence},
+        {toTheDot + "PAUSE", "\r\n.\r\n", Duration(600'000), silence.asUncertain()},
     };
     for (const auto& test : cases) {
         ManualClock clock;
@@ -266,8 +267,7 @@ TEST(SMTPClient, WaitsAMinuteForALineAndNoLonger) {
         ScriptedServer server(test.transcript, serverSecurity(security));
         std::jthread time([&](std::stop_token stop) {
             for (; !stop.stop_requested(); std::this_thread::yield())
-                if (server.received().ends_with(test.received) && clock.isDueIn(smtpReplyTimeout))
-                    clock.advance(smtpReplyTimeout);
+                if (server.received().ends_with(test.received) && clock.isDueIn(test.limit)) clock.advance(test.limit);
         });
         EXPECT_EQ(send(configOf(server, security), password, toBob, message, clock), test.failure);
     }
