@@ -117,8 +117,7 @@ Async<void> answerEdited(RunningApplication& application, std::string prompt, Lo
         co_await application.send(FrameType::editFailed, std::move(trouble));
         co_return;
     }
-    const bool isSent = !application.hasMore() && co_await application.send(FrameType::answer, text);
-    if (!isSent) console.note(tr("What you wrote is kept in {}.", keptText(text).string()));
+    if (!application.hasMore()) co_await application.send(FrameType::answer, text);
 }
 
 /// Until the end of the command; gives its exit code.
@@ -133,6 +132,7 @@ Async<int> follow(RunningApplication& application, LocalConsole& console) {
             break;
         case FrameType::error: console.write(Console::Stream::error, frame->payload); break;
         case FrameType::progress: console.progress(frame->payload); break;
+        case FrameType::textIsSafe: console.editedTextIsSafe(); break;
         case FrameType::askSecret:
         case FrameType::askLine: co_await answer(application, frame->type, std::move(frame->payload), console); break;
         case FrameType::editText: co_await answerEdited(application, std::move(frame->payload), console); break;

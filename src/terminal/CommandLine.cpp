@@ -99,6 +99,10 @@ int runCommandLine(std::vector<std::string> words, LocalConsole& console) {
         code = console.isReaderGone() && isCancellation(failure) ? ExitCode::failed : tellFailure(failure, console);
     }
     console.whenReaderGone({});
+    if (code == ExitCode::done)
+        console.editedTextIsSafe();
+    else
+        console.tellEditedFiles();
     return code;
 }
 

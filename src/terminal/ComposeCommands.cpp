@@ -1,6 +1,9 @@
 #include "terminal/ComposeCommands.h"
 
 #include "base/Localisation.h"
+#include "base/Text.h"
+#include "terminal/Failure.h"
+#include "terminal/InputText.h"
 #include "terminal/MessageRows.h"
 #include "terminal/OutboxCommands.h"
 #include "terminal/Sending.h"
@@ -9,6 +12,7 @@
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 namespace velmo {
 
@@ -19,7 +23,8 @@ struct ComposeWords : WritingWords {
     std::string url;
     bool isToAll = false;
     bool isDraft = false;
-    bool isToBeSent = false; ///< a draft
+    bool isToBeSent = false;  ///< a draft
+    bool isConfirmed = false; ///< a link may send
 };
 
 enum class Kind { fresh, reply, forward, followUp, link, draft };
@@ -49,6 +54,27 @@ bool isStored(Kind kind, const ComposeWords& words) {
 
 // --- The text ----------------------------------------------------------------------------------------------------
 
+/// What is passed on, or stands in a draft, says something without a further word.
+bool needsWords(Kind kind) {
+    return kind != Kind::forward && kind != Kind::draft;
+}
+
+/// What comes on a pipe is the text. A draft has one, and a command that changes it in a loop leaves the loop its
+/// input.
+Async<void> takePipedText(Session& session, Kind kind, const ComposeWords& words, WrittenContent& content) {
+    if (kind == Kind::draft || words.bodyFile || session.console.inputIsTerminal()) co_return;
+    std::string text = co_await inputText(session, "-");
+    if (!text::trimmedUnicode(text).empty()) content.given = std::move(text);
+}
+
+/// Where nothing was written, and nobody can be asked to, nothing goes out.
+void refuseUnwritten(Kind kind, const ComposeWords& words, const WrittenContent& content) {
+    if (!needsWords(kind) || kind == Kind::link || isStored(kind, words) || words.keepsText) return;
+    if (content.given && !text::trimmedUnicode(*content.given).empty()) return;
+    throw UsageError(tr("Nothing was written, so nothing is sent. Give the text on standard input or with --body-file, "
+                        "or use --no-edit to send it without one."));
+}
+
 /// The body before anybody has written in it. The model it comes from does not last, so that no draft of it is saved
 /// while the person writes. Throws what would keep them from sending it then.
 Async<std::string> initialBody(Session& session, Kind kind, const ComposeWords& words, const WrittenContent& content) {
@@ -67,11 +93,6 @@ Async<std::string> initialBody(Session& session, Kind kind, const ComposeWords& 
     if (failure) std::rethrow_exception(failure);
     co_await allowCancellation();
     co_return *model.body;
-}
-
-/// What is passed on, or stands in a draft, says something without a further word.
-bool needsWords(Kind kind) {
-    return kind != Kind::forward && kind != Kind::draft;
 }
 
 Async<std::string> writtenBody(Session& session, Kind kind, const ComposeWords& words, const WrittenContent& content) {
@@ -94,19 +115,18 @@ Async<void> saveWritten(ComposeModel& model, const std::string& body) {
     }
 }
 
-/// The sentence that says where it is; empty when nothing was to be kept.
-Async<std::string> placeOf(Session& session, const ComposeModel& model, const std::optional<std::string>& edited) {
-    if (model.lastSaved->has_value()) co_return tr("What you wrote is stored as a draft.");
-    for (const auto& item : *session.app.outbox()->items)
-        if (item->messageID == model.messageID)
-            co_return tr("What you wrote waits in the outbox as {}.", item->id.text());
-    if (!edited) co_return std::string();
-    try {
-        const auto file = co_await callOn(session.executors.background, [&edited] { return keptText(*edited); });
-        co_return tr("What you wrote is kept in {}.", file.string());
-    } catch (const UserError& error) {
-        co_return error.sentence();
-    }
+/// Says where what the person wrote is kept; otherwise its file stays.
+void tellPlace(Session& session, const ComposeModel& model) {
+    const auto& items = *session.app.outbox()->items;
+    const auto kept =
+        std::ranges::find(items, model.messageID, [](const auto& item) { return std::optional(item->messageID); });
+    if (model.lastSaved->has_value())
+        session.console.note(tr("What you wrote is stored as a draft."));
+    else if (kept != items.end())
+        session.console.note(tr("What you wrote waits in the outbox as {}.", (*kept)->id.text()));
+    else
+        return;
+    session.console.editedTextIsSafe();
 }
 
 // --- Drafts ------------------------------------------------------------------------------------------------------
@@ -131,14 +151,48 @@ Async<void> deleteNumbered(Session& session, std::int64_t id) {
         session.console.line(tr("Draft deleted."));
 }
 
+// --- Links -------------------------------------------------------------------------------------------------------
+
+constexpr const char* linkRule = "A link never sends mail by itself. Look at it with --draft, or send it with --yes.";
+
+void refuseUnseenLink(const Session& session, Kind kind, const ComposeWords& words) {
+    const bool isFree = kind != Kind::link || words.isConfirmed || isStored(kind, words);
+    if (!isFree && !session.console.inputIsTerminal()) throw UsageError(tr(linkRule));
+}
+
+void showRecipients(Session& session, const ComposeModel& model) {
+    const std::pair<const char*, const std::vector<IMAPAddress>&> fields[]{
+        {"To", *model.to}, {"Cc", *model.cc}, {"Bcc", *model.bcc}};
+    for (const auto& [name, addresses] : fields) {
+        std::string line;
+        for (const auto& one : addresses) line += (line.empty() ? "" : ", ") + one.formatted();
+        if (!line.empty()) session.console.note(fmt::format("{}: {}", name, printable(line)));
+    }
+    session.console.note(tr("Subject: {}", printable(*model.subject)));
+}
+
+/// Whoever made the link chose whom it goes to and what it says; the person who sends it has to have seen that.
+Async<bool> mayLinkSend(Session& session, const ComposeModel& model, const ComposeWords& words) {
+    if (words.isConfirmed) co_return true;
+    showRecipients(session, model);
+    const auto answer = co_await session.confirmed(tr("Send it?"));
+    co_return answer.value_or(false);
+}
+
 // --- Commands ----------------------------------------------------------------------------------------------------
 
 Async<void> finish(Session& session, ComposeModel& model, Kind kind, const ComposeWords& words,
                    std::optional<Date> at) {
-    if (isStored(kind, words)) {
+    bool isStoredOnly = isStored(kind, words);
+    if (kind == Kind::link && !isStoredOnly) {
+        const bool maySend = co_await mayLinkSend(session, model, words);
+        isStoredOnly = !maySend;
+    }
+    if (isStoredOnly) {
         co_await saveAsDraft(session, model);
     } else {
         co_await queue(model, at);
+        session.console.editedTextIsSafe();
         co_await seeOff(session, model, at);
     }
 }
@@ -146,8 +200,13 @@ Async<void> finish(Session& session, ComposeModel& model, Kind kind, const Compo
 Async<void> write(Session& session, const ComposeWords& words, Kind kind) {
     Outbox* outbox = co_await openOutbox(session);
     if (kind == Kind::draft) draftNumbered(session, words.id);
+    refuseUnseenLink(session, kind, words);
     WrittenContent content = co_await writtenContent(session, words);
-    if (wantsEditor(session, words)) content.edited = co_await writtenBody(session, kind, words, content);
+    co_await takePipedText(session, kind, words, content);
+    if (wantsEditor(session, words))
+        content.edited = co_await writtenBody(session, kind, words, content);
+    else
+        refuseUnwritten(kind, words, content);
     ComposeModel model(session.app.store(), *outbox, session.app.settings());
     const ComposeRequest request = requestOf(session, kind, words);
     std::exception_ptr failure;
@@ -163,10 +222,7 @@ Async<void> write(Session& session, const ComposeWords& words, Kind kind) {
     if (isLost && content.edited && !isStored(kind, words) && !isCancellation(failure))
         co_await saveWritten(model, *content.edited);
     co_await model.close();
-    if (isLost) {
-        const std::string place = co_await placeOf(session, model, content.edited);
-        if (!place.empty()) session.console.note(place);
-    }
+    if (isLost) tellPlace(session, model);
     session.tellNotices();
     if (failure) std::rethrow_exception(failure);
 }
@@ -211,6 +267,7 @@ void addComposeCommands(CLI::App& program, CommandBody& body) {
     auto* link = program.add_subcommand("mailto", tr("Write to a link of mail"));
     const auto words = addWriting(*link, body, Kind::link);
     link->add_option("URL", words->url, tr("The link"))->required();
+    link->add_flag("--yes", words->isConfirmed, tr("Send it without asking"));
     addDraftCommands(program, body);
 }
 

@@ -79,6 +79,9 @@ class Console {
     /// EditorError when there is no terminal or no editor, when the editor fails, or when the text is too long.
     Async<std::string> editText(std::string text);
 
+    /// What the person wrote in their editor is stored elsewhere now, or not wanted. Until then its file stays.
+    virtual void editedTextIsSafe() = 0;
+
   protected:
     explicit Console(ConsoleForm form) : form_(form) {}
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/UserError.h"
 #include "terminal/Console.h"
 
 #include <exception>
@@ -11,6 +12,12 @@ struct ExitCode {
     static constexpr int done = 0;
     static constexpr int failed = 1; ///< with a sentence on standard error
     static constexpr int wrongUsage = 2;
+};
+
+/// A command was called in a way in which it must do nothing: it ends with `wrongUsage`.
+class UsageError final : public UserError {
+  public:
+    using UserError::UserError;
 };
 
 /// Says why a command failed. Gives the exit code.

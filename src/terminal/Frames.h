@@ -18,15 +18,16 @@ enum class FrameType : char {
     editFailed = 'f', ///< instead of an edited text: the sentence that says why there is none
 
     // From the application: `declined`; or `taken`, any number of the others, and `end`.
-    declined = 'd',  ///< the command has nothing to do with what is open here; nothing of it has happened
-    taken = 't',     ///< the request is understood, and is carried out from here on
-    output = 'o',    ///< bytes for standard output
-    error = 'e',     ///< bytes for standard error
-    progress = 'p',  ///< the text of the progress line
-    askSecret = 's', ///< asks for a text that is not shown; the payload is the prompt
-    askLine = 'l',   ///< asks for the next line of standard input
-    editText = 'v',  ///< asks to have a text edited; the payload is the text as it stands
-    end = 'x'        ///< the exit code in decimal digits
+    declined = 'd',   ///< the command has nothing to do with what is open here; nothing of it has happened
+    taken = 't',      ///< the request is understood, and is carried out from here on
+    output = 'o',     ///< bytes for standard output
+    error = 'e',      ///< bytes for standard error
+    progress = 'p',   ///< the text of the progress line
+    askSecret = 's',  ///< asks for a text that is not shown; the payload is the prompt
+    askLine = 'l',    ///< asks for the next line of standard input
+    editText = 'v',   ///< asks to have a text edited; the payload is the text as it stands
+    textIsSafe = 'k', ///< what was edited is stored elsewhere now, or not wanted; no payload
+    end = 'x'         ///< the exit code in decimal digits
 };
 
 struct Frame {

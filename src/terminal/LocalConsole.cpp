@@ -1,9 +1,9 @@
 #include "terminal/LocalConsole.h"
 
+#include "base/Localisation.h"
 #include "base/UserError.h"
 #include "platform/FileDescriptor.h"
 #include "terminal/Readiness.h"
-#include "terminal/TextEditor.h"
 
 #include <algorithm>
 #include <boost/asio/this_coro.hpp>
@@ -129,7 +129,22 @@ Async<std::optional<std::string>> LocalConsole::readLineFromInput() {
 
 Async<std::string> LocalConsole::edited(std::string text) {
     flush();
-    return editOnTerminal(std::move(text));
+    const EditedFile file = edited_.emplace_back(text);
+    co_return co_await editOnTerminal(file);
+}
+
+void LocalConsole::editedTextIsSafe() {
+    for (const auto& file : edited_) file.remove();
+    edited_.clear();
+}
+
+void LocalConsole::tellEditedFiles() {
+    std::erase_if(edited_, [](const EditedFile& file) {
+        const bool isIdle = !file.holdsWords();
+        if (isIdle) file.remove();
+        return isIdle;
+    });
+    for (const auto& file : edited_) note(tr("What you wrote is kept in {}.", file.path().string()));
 }
 
 }

@@ -1,9 +1,11 @@
 #pragma once
 
 #include "terminal/Console.h"
+#include "terminal/TextEditor.h"
 
 #include <cstdio>
 #include <functional>
+#include <vector>
 
 namespace velmo {
 
@@ -18,6 +20,10 @@ class LocalConsole final : public Console {
     Async<void> caughtUp() override;
     Async<std::optional<std::string>> askSecret(std::string prompt) override;
     Async<std::optional<std::string>> readLineFromInput() override;
+    void editedTextIsSafe() override;
+
+    /// Says where the texts are that a person wrote in vain.
+    void tellEditedFiles();
 
     /// Writes what was made for this console elsewhere.
     void write(Stream stream, BytesView bytes) override;
@@ -34,6 +40,7 @@ class LocalConsole final : public Console {
 
     std::FILE* out_;
     std::FILE* err_;
+    std::vector<EditedFile> edited_;
     std::function<void()> readerGone_;
     bool isReaderGone_ = false;
 };

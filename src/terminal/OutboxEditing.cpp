@@ -91,6 +91,7 @@ Async<void> changeTaken(Session& session, const OutboxItem& item, const WrittenC
     try {
         co_await replaceTaken(session, item, model, content, words.isDraft, at);
         isReplaced = true;
+        session.console.editedTextIsSafe();
         if (*model.isQueued) co_await seeOff(session, model, at);
     } catch (...) {
         failure = std::current_exception();
@@ -98,7 +99,10 @@ Async<void> changeTaken(Session& session, const OutboxItem& item, const WrittenC
     co_await ignoreCancellation();
     co_await model.close();
     if (!failure) co_return;
-    if (!isReplaced && !*model.isQueued) co_await putBackChanged(outbox, item, model, content, failure);
+    if (!isReplaced && !*model.isQueued) {
+        co_await putBackChanged(outbox, item, model, content, failure);
+        session.console.editedTextIsSafe();
+    }
     std::rethrow_exception(failure);
 }
 

@@ -17,6 +17,7 @@ class RemoteConsole final : public Console {
     Async<void> caughtUp() override;
     Async<std::optional<std::string>> askSecret(std::string prompt) override;
     Async<std::optional<std::string>> readLineFromInput() override;
+    void editedTextIsSafe() override { client_->send(FrameType::textIsSafe, {}); }
 
   private:
     void write(Stream stream, BytesView bytes) override;

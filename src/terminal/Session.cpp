@@ -12,6 +12,14 @@ void Session::print(const nlohmann::json& document) {
     console.line(textOf(document));
 }
 
+Async<std::optional<bool>> Session::confirmed(std::string question) {
+    if (!console.inputIsTerminal()) co_return std::nullopt;
+    console.note(question + " " + tr("[y/N]"));
+    const auto answer = co_await console.readLineFromInput();
+    if (!answer) co_return std::nullopt;
+    co_return text::startsWithIgnoringCase(text::trimmed(*answer), "y");
+}
+
 void Session::tellNotices() {
     if (const auto notice = app.keychain().notice()) console.note(*notice);
 }

@@ -38,6 +38,9 @@ struct Session {
     /// The one document of a command with --json, on standard output. `textOf` is for one that is large.
     void print(const nlohmann::json& document);
 
+    /// Asks a person at the terminal, who answers with a word that begins with "y"; absent when there is nobody to ask.
+    Async<std::optional<bool>> confirmed(std::string question);
+
     /// Shows what the keychain has to tell the person.
     void tellNotices();
 };

@@ -35,61 +35,6 @@ constexpr Duration farewell{2'000};
     throw FileError(path, {errno, std::generic_category()});
 }
 
-// --- The file ----------------------------------------------------------------------------------------------------
-
-/// A new file in a new folder, neither of which anybody else can look into.
-class PrivateText {
-  public:
-    explicit PrivateText(std::string_view text) {
-        std::error_code ignored;
-        fs::path parent = fs::temp_directory_path(ignored);
-        if (parent.empty()) parent = "/tmp";
-        std::string folder = parent / "velmo-XXXXXX";
-        if (mkdtemp(folder.data()) == nullptr) failAt(folder);
-        folder_ = folder;
-        try {
-            replaceFile(file(), text);
-        } catch (...) {
-            fs::remove_all(folder_, ignored);
-            throw;
-        }
-    }
-    ~PrivateText() {
-        std::error_code ignored;
-        if (!isKept_) fs::remove_all(folder_, ignored);
-    }
-    PrivateText(const PrivateText&) = delete;
-    PrivateText& operator=(const PrivateText&) = delete;
-
-    fs::path file() const { return folder_ / "message.txt"; }
-
-    fs::path keep() {
-        isKept_ = true;
-        return file();
-    }
-
-    /// What stands there now, up to one byte more than may.
-    Bytes contents() const {
-        const FileDescriptor descriptor(open(file().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-        if (!descriptor) failAt(file());
-        Bytes bytes(longestEditedText + 1, '\0');
-        std::size_t used = 0;
-        while (used < bytes.size()) {
-            const ssize_t count = read(descriptor.get(), bytes.data() + used, bytes.size() - used);
-            if (count < 0 && errno == EINTR) continue;
-            if (count < 0) failAt(file());
-            if (count == 0) break;
-            used += static_cast<std::size_t>(count);
-        }
-        bytes.resize(used);
-        return bytes;
-    }
-
-  private:
-    fs::path folder_;
-    bool isKept_ = false;
-};
-
 // --- The terminal ------------------------------------------------------------------------------------------------
 
 /// The keys that interrupt go to all programs in the foreground; this one takes no notice as long as the object lives.
@@ -202,11 +147,6 @@ Async<void> edit(const std::string& command, const fs::path& file) {
                                         : tr("The editor ({}) was ended by the signal {}.", shown, WTERMSIG(status)));
 }
 
-void tellWhere(const fs::path& file) {
-    const std::string line = tr("What you wrote is kept in {}.", file.string()) + "\n";
-    std::fwrite(line.data(), 1, line.size(), stderr);
-}
-
 }
 
 std::optional<std::string> editorCommand() {
@@ -219,29 +159,62 @@ std::optional<std::string> editorCommand() {
     return std::nullopt;
 }
 
-Async<std::string> editOnTerminal(std::string text) {
+Async<std::string> editOnTerminal(const EditedFile& file) {
     const auto command = editorCommand();
     if (!command) throw EditorError(tr("There is no editor. Name one in the environment variable EDITOR."));
-    const std::string opened = text.empty() ? text : text + "\n";
-    PrivateText file(opened);
-    std::exception_ptr failure;
-    try {
-        co_await edit(*command, file.file());
-    } catch (...) {
-        failure = std::current_exception();
-    }
-    if (failure && isCancellation(failure) && file.contents() != opened) tellWhere(file.keep());
-    if (failure) std::rethrow_exception(failure);
+    co_await edit(*command, file.path());
     std::string saved = file.contents();
-    if (saved.size() > longestEditedText)
-        throw EditorError(tr("The text is too long. It is kept in {}.", file.keep().string()));
+    if (saved.size() > longestEditedText) throw EditorError(tr("The text is too long."));
     saved = text::replacedAll(text::repairedUTF8(saved), "\r\n", "\n");
     while (saved.ends_with('\n')) saved.pop_back();
     co_return saved;
 }
 
-std::filesystem::path keptText(std::string_view text) {
-    return PrivateText(text).keep();
+// --- The file ----------------------------------------------------------------------------------------------------
+
+EditedFile::EditedFile(std::string_view text) : opened_(text.empty() ? std::string() : std::string(text) + "\n") {
+    std::error_code ignored;
+    fs::path parent = fs::temp_directory_path(ignored);
+    if (parent.empty()) parent = "/tmp";
+    std::string folder = parent / "velmo-XXXXXX";
+    if (mkdtemp(folder.data()) == nullptr) failAt(folder);
+    folder_ = folder;
+    try {
+        replaceFile(path(), opened_);
+    } catch (...) {
+        remove();
+        throw;
+    }
+}
+
+bool EditedFile::holdsWords() const {
+    try {
+        const Bytes present = contents();
+        return present != opened_ && !text::trimmedUnicode(text::repairedUTF8(present)).empty();
+    } catch (const FileError&) {
+        return false;
+    }
+}
+
+Bytes EditedFile::contents() const {
+    const FileDescriptor descriptor(open(path().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (!descriptor) failAt(path());
+    Bytes bytes(longestEditedText + 1, '\0');
+    std::size_t used = 0;
+    while (used < bytes.size()) {
+        const ssize_t count = read(descriptor.get(), bytes.data() + used, bytes.size() - used);
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) failAt(path());
+        if (count == 0) break;
+        used += static_cast<std::size_t>(count);
+    }
+    bytes.resize(used);
+    return bytes;
+}
+
+void EditedFile::remove() const {
+    std::error_code ignored;
+    fs::remove_all(folder_, ignored);
 }
 
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/Async.h"
+#include "base/Bytes.h"
 #include "base/UserError.h"
 
 #include <cstddef>
@@ -24,15 +25,33 @@ inline constexpr std::size_t longestEditedText = 1 << 20;
 /// without any.
 std::optional<std::string> editorCommand();
 
-/// Opens the text in the person's editor on the terminal of this process, and gives what was saved, as UTF-8 with LF
-/// between lines and none at the end. Only they can read the file, which goes afterwards. Meanwhile Ctrl+C is the
-/// editor's alone.
+/// A text while it is edited: a new file in a new folder, neither of which anybody else can look into. It stays until
+/// it is removed, so that nothing that ends this process loses what a person wrote. Throws FileError.
+class EditedFile {
+  public:
+    explicit EditedFile(std::string_view text);
+
+    std::filesystem::path path() const { return folder_ / "message.txt"; }
+
+    /// What stands there now, up to one byte more than may.
+    Bytes contents() const;
+
+    /// The person has saved something that is neither what was opened nor blank.
+    bool holdsWords() const;
+
+    /// Removes the file and its folder, as well as it can.
+    void remove() const;
+
+  private:
+    std::filesystem::path folder_;
+    std::string opened_;
+};
+
+/// Opens the file in the person's editor on the terminal of this process, and gives what was saved, as UTF-8 with LF
+/// between lines and none at the end. Meanwhile Ctrl+C is the editor's alone.
 ///
 /// Throws EditorError when there is no editor, when it ends with an error, or when the text became too long. Cancelling
-/// ends the editor; a text that was changed by then is kept, as `keptText` does it, and standard error says where.
-Async<std::string> editOnTerminal(std::string text);
-
-/// Keeps a text that has nowhere else to go, in a file that only the person can read. Gives its path. Throws FileError.
-std::filesystem::path keptText(std::string_view text);
+/// ends the editor.
+Async<std::string> editOnTerminal(const EditedFile& file);
 
 }

@@ -26,8 +26,9 @@ class Account:
         self.imap.login(self.env[f"{user}_USER"], self.env[f"{user}_PASSWORD"])
 
     def try_run(self, *words, text=None):
-        return subprocess.run([self.velmo, *words], env=self.process_env, input=text, capture_output=True, text=True,
-                              timeout=120)
+        given = {"stdin": subprocess.DEVNULL} if text is None else {"input": text}
+        return subprocess.run([self.velmo, *words], env=self.process_env, capture_output=True, text=True, timeout=120,
+                              **given)
 
     def run(self, *words, text=None):
         done = self.try_run(*words, text=text)

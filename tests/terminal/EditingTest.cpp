@@ -129,14 +129,18 @@ TEST_P(Editing, SendsNothingThatThePersonDidNotWrite) {
         {"kill -9 $$", "ended by the signal 9"},
         {"true", "No text is left"},
         {"printf ' \\n\\n' >\"$1\"", "No text is left"},
-        {"head -c 2000000 /dev/zero | tr '\\0' x >\"$1\"", "too long. It is kept in"},
+        {"head -c 2000000 /dev/zero | tr '\\0' x >\"$1\"", "too long."},
     };
     for (const auto& [commands, sentence] : cases) {
         Terminal terminal(composing(), editor(commands));
         EXPECT_EQ(terminal.exitCode(), 1) << commands;
         EXPECT_THAT(terminal.seen(), HasSubstr(sentence));
+        const bool hasWords =
+            std::string_view(commands).contains("lost") || std::string_view(sentence).contains("long");
+        EXPECT_EQ(terminal.seen().contains("What you wrote is kept in"), hasWords) << commands;
     }
-    EXPECT_EQ(temporaryFiles().size(), 1U);
+    // What was written with an editor that failed, and what was too long.
+    EXPECT_EQ(temporaryFiles().size(), 2U);
     Terminal without(composing(), (home_ / "no such editor").string());
     EXPECT_EQ(without.exitCode(), 1);
     // What is wrong otherwise is told before they begin to write.
@@ -150,6 +154,55 @@ TEST_P(Editing, SendsNothingThatThePersonDidNotWrite) {
         EXPECT_FALSE(fs::exists(marker)) << terminal.seen();
     }
     EXPECT_EQ(outbox(), json::array());
+}
+
+TEST_P(Editing, TakesThePipeForTheTextAndSendsNothingWithoutOne) {
+    const auto pipe = home_ / "pipe", empty = home_ / "empty";
+    test::writeFile(pipe, "from a pipe\n");
+    test::writeFile(empty, " \n\n");
+    EXPECT_EQ(velmo(composing(), pipe).code, 0);
+    EXPECT_EQ(queuedBody(), "from a pipe");
+    const std::string first = outbox()[0]["id"];
+    EXPECT_EQ(velmo({"outbox", "discard", first}).code, 0);
+
+    const char* link = "mailto:bob@example.test?bcc=eve@example.test&subject=x&body=y";
+    for (const auto& words : std::vector<std::vector<std::string>>{composing(),
+                                                                   composing({"--body-file", empty.string()}),
+                                                                   {"reply", "1"},
+                                                                   {"mailto", link},
+                                                                   {"mailto", link, "--no-edit"},
+                                                                   {"mailto", link, "--body-file", pipe.string()}}) {
+        const auto refused = velmo(words, empty);
+        EXPECT_EQ(refused.code, 2) << testing::PrintToString(words) << refused.err;
+        EXPECT_THAT(refused.err, HasSubstr("--")) << "a way out is named";
+    }
+    EXPECT_EQ(outbox(), json::array());
+
+    EXPECT_EQ(velmo(composing({"--no-edit"}), empty).code, 0);
+    EXPECT_EQ(velmo({"mailto", link, "--yes", "--at", someDay}, empty).code, 0);
+    EXPECT_EQ(outbox().size(), 2U);
+}
+
+TEST_P(Editing, ALinkSendsOnlyWhatThePersonSawAndAgreedTo) {
+    const std::vector<std::string> words{"mailto", "mailto:bob@example.test?bcc=eve@example.test&body=y", "--at",
+                                         someDay};
+    Terminal agreeing(words, editor("echo z >>\"$1\""));
+    ASSERT_TRUE(agreeing.shows("Send it? [y/N]")) << agreeing.seen();
+    EXPECT_THAT(agreeing.seen(), HasSubstr("Bcc: eve@example.test"));
+    agreeing.type("y\n");
+    EXPECT_EQ(agreeing.exitCode(), 0) << agreeing.seen();
+    EXPECT_EQ(outbox().size(), 1U);
+    EXPECT_EQ(queuedBody(), "y\nz");
+
+    // Its servers are out of reach, so that the draft that is stored instead waits here.
+    Terminal declining(words, editor("echo declined >>\"$1\""));
+    ASSERT_TRUE(declining.shows("[y/N]")) << declining.seen();
+    declining.type("\n");
+    EXPECT_EQ(declining.exitCode(), 1) << declining.seen();
+    EXPECT_THAT(declining.seen(), HasSubstr("What you wrote waits in the outbox"));
+    const json left = outbox();
+    ASSERT_EQ(left.size(), 2U);
+    EXPECT_EQ(left[1]["state"], "failed");
 }
 
 TEST_P(Editing, LeavesInterruptsToTheEditor) {
