@@ -59,11 +59,13 @@ class Mirror {
     void backfill() {
         runtime_.run([this]() -> Async<void> {
             const auto engine = makeEngine();
-            for (;;) {
-                const SyncState held = co_await writer_.syncState(account_, "INBOX");
-                auto older =
-                    co_await engine->fetchOlder("INBOX", static_cast<std::uint32_t>(held.oldestSyncedUID), 100);
-                if (older.empty()) break;
+            const SyncState held = co_await writer_.syncState(account_, "INBOX");
+            auto left = co_await engine->olderUIDs("INBOX", static_cast<std::uint32_t>(held.oldestSyncedUID));
+            while (!left.empty()) {
+                const auto first = left.end() - std::min<std::ptrdiff_t>(100, std::ssize(left));
+                std::vector<std::uint32_t> slice(first, left.end());
+                left.erase(first, left.end());
+                auto older = co_await engine->fetchMessages("INBOX", held.uidValidity, std::move(slice));
                 co_await writer_.insertOlder(std::move(older), account_, "INBOX", held.uidValidity, LabelNewMail::yes);
             }
             co_await engine->disconnect();

@@ -68,12 +68,7 @@ AccountStore::AccountStore(Executors executors, Clock& clock) : executors_(std::
 
 AccountStore::AccountStore(Executors executors, Clock& clock, Settings& settings, Keychain& keychain)
     : executors_(std::move(executors)), clock_(clock), settings_(&settings), keychain_(&keychain) {
-    const auto stored = settings.data(accountsKey);
-    if (!stored) return;
-    if (auto list = accountsFromJSON(*stored))
-        accounts = std::move(*list);
-    else
-        log("Accounts").error("The stored account list can't be read");
+    refresh();
 }
 
 // --- The list ----------------------------------------------------------------------------------------------------
@@ -82,8 +77,30 @@ bool AccountStore::contains(UUID accountID) const {
     return position(*accounts, accountID) != accounts->end();
 }
 
-void AccountStore::persist(const std::vector<MailAccount>& list) {
-    if (settings_ != nullptr) settings_->setData(accountsKey, accountsJSON(list));
+void AccountStore::refresh() {
+    const auto stored = settings_ != nullptr ? settings_->data(accountsKey) : std::nullopt;
+    if (!stored) return;
+    if (auto list = accountsFromJSON(*stored))
+        accounts = std::move(*list);
+    else
+        log("Accounts").error("The stored account list can't be read");
+}
+
+/// The list may have been changed by another process since it was read here.
+void AccountStore::change(const std::function<void(std::vector<MailAccount>&)>& edit) {
+    auto list = *accounts;
+    if (settings_ == nullptr) {
+        edit(list);
+    } else {
+        settings_->update(accountsKey, [&](const std::optional<SettingsValue>& present) -> SettingsValue {
+            const auto* stored = present ? std::get_if<SettingsData>(&*present) : nullptr;
+            auto held = stored != nullptr ? accountsFromJSON(stored->bytes) : std::nullopt;
+            if (held) list = *std::move(held);
+            edit(list);
+            return SettingsData{accountsJSON(list)};
+        });
+    }
+    accounts = std::move(list);
 }
 
 Async<void> AccountStore::add(MailAccount account, std::string secret) {
@@ -92,16 +109,32 @@ Async<void> AccountStore::add(MailAccount account, std::string secret) {
         co_await storeSecret(account.id, secret);
         std::exception_ptr failure;
         try {
-            auto list = *accounts;
-            list.push_back(account);
-            persist(list);
-            accounts = std::move(list);
+            change([&account](auto& list) { list.push_back(account); });
         } catch (const UserError&) {
             failure = std::current_exception();
         }
         if (!failure) co_return;
         co_await deleteSecret(account.id);
         std::rethrow_exception(failure);
+    });
+}
+
+Async<void> AccountStore::replace(MailAccount account, std::optional<std::string> secret) {
+    if (signInKind(account.provider) != SignInKind::oauth) {
+        const std::string password = secret ? *secret : co_await secretFor(account);
+        co_await probeIMAP(executors_.io, clock_, account.incoming, account.username, password);
+        co_await probeSMTP(executors_.io, clock_, account.outgoing, account.username, password);
+    }
+    if (!contains(account.id)) co_return;
+    co_await withoutCancellation([&]() -> Async<void> {
+        if (secret) co_await storeSecret(account.id, *secret);
+        accessTokens_.erase(account.id);
+        change([&account](auto& list) {
+            const auto held = std::ranges::find(list, account.id, &MailAccount::id);
+            if (held != list.end()) *held = account;
+        });
+        const auto operation = onChange;
+        if (operation) co_await operation(account);
     });
 }
 
@@ -124,23 +157,22 @@ Async<void> AccountStore::remove(UUID accountID) {
         co_await deleteSecret(accountID);
         if (settings_ != nullptr)
             for (const char* prefix : {"signature.", "signature.rich."}) settings_->remove(prefix + accountID.text());
-        auto list = *accounts;
-        std::erase_if(list, [&](const MailAccount& each) { return each.id == accountID; });
-        persist(list);
-        accounts = std::move(list);
+        change([accountID](auto& list) {
+            std::erase_if(list, [&](const MailAccount& each) { return each.id == accountID; });
+        });
     });
 }
 
 void AccountStore::move(UUID accountID, std::ptrdiff_t target) {
-    auto list = *accounts;
-    const auto from = position(list, accountID) - list.begin();
-    const auto count = std::ssize(list);
-    if (from == count || target == from || target < 0 || target >= count) return;
-    MailAccount account = std::move(list[static_cast<std::size_t>(from)]);
-    list.erase(list.begin() + from);
-    list.insert(list.begin() + target, std::move(account));
-    persist(list);
-    accounts = std::move(list);
+    const auto from = position(*accounts, accountID) - accounts->begin();
+    if (from == std::ssize(*accounts) || target == from || target < 0 || target >= std::ssize(*accounts)) return;
+    change([&](auto& list) {
+        const auto found = position(list, accountID);
+        if (found == list.end()) return;
+        MailAccount account = *found;
+        list.erase(found);
+        list.insert(list.begin() + std::min(target, std::ssize(list)), std::move(account));
+    });
 }
 
 // --- Secrets -----------------------------------------------------------------------------------------------------

@@ -66,6 +66,17 @@ class AccountStore {
     /// Raised by one at every failure, since the words may repeat.
     Observed<int> failureCount;
 
+    /// Takes over what other processes have done to the list.
+    void refresh();
+
+    /// Stores the account in the place of the one with its ID, and its secret where a new one is given, once its servers
+    /// have accepted them; `onChange` follows. Throws AccountError, KeychainUnavailable or FileError, and then nothing
+    /// has changed. Does nothing for an account that is gone.
+    Async<void> replace(MailAccount account, std::optional<std::string> secret);
+
+    /// Lets go of connections that were made with what was replaced.
+    std::function<Async<void>(MailAccount)> onChange;
+
     /// Drops what others keep for an account that is being removed.
     std::function<Async<void>(MailAccount)> onRemove;
 
@@ -102,7 +113,7 @@ class AccountStore {
     void fail(const UserError& error);
 
   private:
-    void persist(const std::vector<MailAccount>& list);
+    void change(const std::function<void(std::vector<MailAccount>&)>& edit);
     Async<void> storeSecret(UUID accountID, std::string secret);
     Async<void> deleteSecret(UUID accountID);
     Async<std::string> secretFor(MailAccount account);

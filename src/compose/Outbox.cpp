@@ -150,20 +150,25 @@ Async<void> Outbox::load() {
 /// One that was taken back comes back, unless the person has queued it again.
 Async<void> Outbox::recover(const OutboxItem& taken) {
     const auto isSame = [&taken](const auto& held) { return held->messageID == taken.messageID; };
-    if (std::ranges::any_of(*items, isSame))
+    if (std::ranges::any_of(*items, isSame)) {
         co_await release(taken.id);
-    else
-        co_await putBack(taken);
+        co_return;
+    }
+    co_await putBack(taken);
+    mail_.troubles().add(troubleOf(taken.id), taken.accountID,
+                         tr("“{}” was neither sent nor saved as a draft. It waits in the outbox.", shownSubject(taken)));
 }
 
 Async<void> Outbox::stop() {
     if (std::exchange(isStopping_, true)) co_return;
     timer_.cancel();
     loading_.cancel();
+    retrying_.cancel();
     for (auto& [id, task] : sends_) task.cancel();
     for (auto& [id, task] : sends_) co_await task.finished();
     co_await timer_.finished();
     co_await loading_.finished();
+    co_await retrying_.finished();
     co_await filing_.stop();
 }
 
@@ -175,6 +180,56 @@ Async<void> Outbox::finished() {
     while (isBusy()) {
         idle_.lower();
         co_await idle_.wait();
+    }
+}
+
+bool Outbox::hasUnsent() const {
+    return std::ranges::any_of(*items, [this](const auto& item) {
+        return !item->isScheduled && !item->hasFailed() && environment_.account(item->accountID).has_value();
+    });
+}
+
+Async<void> Outbox::flush() {
+    std::set<UUID> awaited;
+    const auto waiting = *items;
+    for (const auto& item : waiting) {
+        if (item->isScheduled || item->hasFailed() || item->failure) continue;
+        awaited.insert(item->id);
+        if (isDue(*item) || sending->contains(item->id)) continue;
+        OutboxItem due = *item;
+        due.sendAt = environment_.clock->now();
+        co_await write(due);
+        if (this->item(due.id) == item) put(std::make_shared<const OutboxItem>(std::move(due)));
+    }
+    changed_.raise();
+    const auto isUnderWay = [&] {
+        return std::ranges::any_of(awaited, [this](const UUID& id) {
+            const auto held = item(id);
+            return sending->contains(id) || (held && isDue(*held));
+        });
+    };
+    while (isUnderWay()) {
+        idle_.lower();
+        co_await idle_.wait();
+    }
+}
+
+void Outbox::accountChanged(const UUID& accountID) {
+    const std::string refused = SMTPError::authenticationFailed().sentence();
+    std::vector<UUID> ids;
+    for (const auto& item : *items)
+        if (item->accountID == accountID && item->hasFailed() && item->failure == refused) ids.push_back(item->id);
+    if (ids.empty() || isStopping_) return;
+    retrying_ = Task(environment_.executors.main, [this, ids] { return retryAll(ids); });
+}
+
+Async<void> Outbox::retryAll(std::vector<UUID> ids) {
+    for (const auto& id : ids) {
+        try {
+            co_await retry(id);
+        } catch (const FileError& error) {
+            log("Mail").error("The outbox could not be written: {}", pub(error.sentence()));
+        }
     }
 }
 

@@ -102,6 +102,16 @@ class Outbox final : public MailService {
     /// Null when there is none.
     OutboxItemPointer item(const UUID& id) const;
 
+    /// Sends what a person has sent, without the rest of the time to take it back, and waits for the end of these sends.
+    /// What is scheduled, or waits for the person, stays.
+    Async<void> flush();
+
+    /// True when `flush` has something to do.
+    bool hasUnsent() const;
+
+    /// What the server refused with the former sign-in is tried again.
+    void accountChanged(const UUID& accountID) override;
+
     /// Waits until nothing is due, being sent, or being filed.
     Async<void> finished();
 
@@ -126,6 +136,7 @@ class Outbox final : public MailService {
     Async<void> failed(const OutboxItem& item, std::exception_ptr failure);
     void tellFailure(const OutboxItem& item, bool isDoubtful);
     void forgetFailure(const UUID& id);
+    Async<void> retryAll(std::vector<UUID> ids);
     Async<void> write(const OutboxItem& item) const;
     using FileStep = void (OutboxFiles::*)(const UUID&) const;
     Async<void> take(OutboxItemPointer item, FileStep step);
@@ -148,7 +159,7 @@ class Outbox final : public MailService {
     std::map<UUID, Task> sends_;
     OutboxFiling filing_;
     std::vector<OutboxItem> unfiled_; ///< of an earlier process
-    Task loading_, timer_;
+    Task loading_, timer_, retrying_;
     bool isLoading_ = false; ///< or has loaded
     bool hasStarted_ = false;
     bool isStopping_ = false;

@@ -133,6 +133,15 @@ void FileSettings::set(std::string_view key, SettingsValue value) {
     state_->change([&](json& document) { document[text::repairedUTF8(key)] = settingsJSON(value); });
 }
 
+void FileSettings::update(std::string_view key, const Edit& edit) {
+    const std::scoped_lock lock(state_->mutex);
+    state_->change([&](json& document) {
+        const std::string name = text::repairedUTF8(key);
+        const auto found = document.find(name);
+        document[name] = settingsJSON(edit(found == document.end() ? std::nullopt : settingsValue(*found)));
+    });
+}
+
 void FileSettings::remove(std::string_view key) {
     const std::scoped_lock lock(state_->mutex);
     state_->change([&](json& document) { document.erase(text::repairedUTF8(key)); });

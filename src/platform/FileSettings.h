@@ -21,6 +21,7 @@ class FileSettings final : public Settings {
     std::optional<SettingsValue> value(std::string_view key) const override;
     void set(std::string_view key, SettingsValue value) override;
     void remove(std::string_view key) override;
+    void update(std::string_view key, const Edit& edit) override;
     std::vector<std::string> keys() const override;
 
   private:

@@ -27,6 +27,14 @@ void MemorySettings::set(std::string_view key, SettingsValue value) {
         values_.insert_or_assign(text::repairedUTF8(key), std::move(*kept));
 }
 
+void MemorySettings::update(std::string_view key, const Edit& edit) {
+    const std::scoped_lock lock(mutex_);
+    const auto found = values_.find(key);
+    const SettingsValue made = edit(found == values_.end() ? std::nullopt : std::optional(found->second));
+    if (auto kept = settingsValue(settingsJSON(made)))
+        values_.insert_or_assign(text::repairedUTF8(key), std::move(*kept));
+}
+
 void MemorySettings::remove(std::string_view key) {
     const std::scoped_lock lock(mutex_);
     if (const auto found = values_.find(key); found != values_.end()) values_.erase(found);

@@ -4,6 +4,7 @@
 #include "base/Date.h"
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -61,6 +62,11 @@ class Settings {
     virtual void set(std::string_view key, SettingsValue value) = 0;
     virtual void remove(std::string_view key) = 0;
 
+    /// Gives a key the value that `edit` makes of the present one; nobody, in this process or another, changes it in
+    /// between. What `edit` throws leaves everything as it was.
+    using Edit = std::function<SettingsValue(std::optional<SettingsValue>)>;
+    virtual void update(std::string_view key, const Edit& edit) = 0;
+
     /// The keys that have a value, sorted.
     virtual std::vector<std::string> keys() const = 0;
 
@@ -79,6 +85,7 @@ class MemorySettings final : public Settings {
     std::optional<SettingsValue> value(std::string_view key) const override;
     void set(std::string_view key, SettingsValue value) override;
     void remove(std::string_view key) override;
+    void update(std::string_view key, const Edit& edit) override;
     std::vector<std::string> keys() const override;
 
   private:

@@ -111,6 +111,30 @@ struct InFlight {
 
 }
 
+namespace {
+
+/// Ends an answer that goes on beyond all measure.
+class AnswerMeter {
+  public:
+    explicit AnswerMeter(const IMAPSession& session) : session_(session) {}
+
+    /// Counts the response that was read last.
+    void count(bool isStreamed) {
+        const auto& limits = session_.limits();
+        (isStreamed ? streamed_ : kept_) += session_.lastSize();
+        if (++lines_ > limits.answerLines || kept_ > limits.keptAnswer || streamed_ > limits.readAnswer)
+            throw MailConnectionError::tooMuch(session_.host());
+    }
+
+  private:
+    const IMAPSession& session_;
+    std::size_t lines_ = 0;
+    std::size_t kept_ = 0;
+    std::size_t streamed_ = 0;
+};
+
+}
+
 template <class F>
 std::invoke_result_t<F&, IMAPClient::Session> IMAPClient::onSession(F conversation) {
     const Session session = session_;
@@ -168,8 +192,10 @@ Async<IMAPClient::Answer> IMAPClient::readAnswer(Session session, const std::str
                                                  Sensitivity sensitivity, const ContinuationHandler& onContinuation,
                                                  const UntaggedHandler& onUntagged) {
     std::vector<IMAPResponse> responses;
+    AnswerMeter meter(*session);
     for (;;) {
         IMAPResponse response = co_await session->read(imapReadTimeout);
+        meter.count(onUntagged && response.kind() == IMAPResponse::Kind::untagged);
         if (onUntagged && response.kind() == IMAPResponse::Kind::untagged) {
             onUntagged(response);
             continue;

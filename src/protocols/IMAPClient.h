@@ -201,8 +201,9 @@ class IMAPClient {
     Async<std::vector<IMAPFetchResult>> fetchResults(std::string path, std::string command);
 
     Async<std::optional<bool>> idleOn(Session session, Duration timeout);
+    Async<bool> awaitContinuation(IMAPSession& session);
     Async<bool> awaitChange(IMAPSession& session, Instant deadline);
-    Async<void> endIdle(IMAPSession& session, const std::string& tag);
+    Async<void> endIdle(IMAPSession& session, const std::string& tag, Duration time);
 
     Executor executor_;
     Clock& clock_;
@@ -222,5 +223,10 @@ std::string imapQuoted(std::string_view text);
 
 /// The compact set of message numbers: "1:3,7" (RFC 3501 §9, sequence-set); "" for none.
 std::string uidSet(std::span<const std::uint32_t> uids);
+
+/// A set in pieces that a command line has room for: servers need not take more than 8,000 octets (RFC 2683
+/// §3.2.1.5). The commands of IMAPClient that take a set cut it themselves.
+inline constexpr std::size_t longestSet = 7'000;
+std::vector<std::string> setPieces(std::string_view set);
 
 }

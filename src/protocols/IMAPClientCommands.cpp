@@ -184,9 +184,16 @@ Async<std::vector<IMAPFetchResult>> IMAPClient::uidFetch(std::string path, std::
     return runOn(executor_,
                  [this, changedSince, path = std::move(path), set = std::move(set),
                   items = std::move(items)]() -> Async<std::vector<IMAPFetchResult>> {
-                     std::string command = fmt::format("UID FETCH {} ({})", set, items);
-                     if (changedSince && has("CONDSTORE")) command += fmt::format(" (CHANGEDSINCE {})", *changedSince);
-                     return fetchResults(path, std::move(command));
+                     std::vector<IMAPFetchResult> results;
+                     for (const auto& piece : setPieces(set)) {
+                         std::string command = fmt::format("UID FETCH {} ({})", piece, items);
+                         if (changedSince && has("CONDSTORE"))
+                             command += fmt::format(" (CHANGEDSINCE {})", *changedSince);
+                         auto more = co_await fetchResults(path, std::move(command));
+                         results.insert(results.end(), std::move_iterator(more.begin()),
+                                        std::move_iterator(more.end()));
+                     }
+                     co_return results;
                  });
 }
 
@@ -232,7 +239,8 @@ Async<void> IMAPClient::store(std::string path, std::string set, FlagChange chan
                      refuseLineBreaks({path, set, flags});
                      co_await ensureSelected(path);
                      const char sign = change == FlagChange::add ? '+' : '-';
-                     co_await execute(fmt::format("UID STORE {} {}FLAGS.SILENT ({})", set, sign, flags));
+                     for (const auto& piece : setPieces(set))
+                         co_await execute(fmt::format("UID STORE {} {}FLAGS.SILENT ({})", piece, sign, flags));
                  });
 }
 
@@ -243,8 +251,11 @@ Async<void> IMAPClient::deleteMessages(std::string path, std::string set) {
         try {
             co_await store(path, set, FlagChange::add, flags);
             co_await ensureSelected(path);
-            std::string command = has("UIDPLUS") ? "UID EXPUNGE " + set : "EXPUNGE";
-            co_await execute(std::move(command));
+            if (has("UIDPLUS")) {
+                for (const auto& piece : setPieces(set)) co_await execute("UID EXPUNGE " + piece);
+            } else {
+                co_await execute("EXPUNGE");
+            }
         } catch (const IMAPError& error) {
             if (error.kind() != IMAPError::Kind::commandFailed) throw;
             refusal = error;
@@ -262,12 +273,14 @@ Async<void> IMAPClient::moveMessages(std::string path, std::string set, std::str
         [this, path = std::move(path), set = std::move(set), destination = std::move(destination)]() -> Async<void> {
             refuseLineBreaks({path, set, destination});
             co_await ensureSelected(path);
-            const std::string target = set + " " + imapQuoted(destination);
-            if (has("MOVE")) {
-                co_await execute("UID MOVE " + target);
-            } else {
-                co_await execute("UID COPY " + target);
-                co_await deleteMessages(path, set);
+            for (const auto& piece : setPieces(set)) {
+                const std::string target = piece + " " + imapQuoted(destination);
+                if (has("MOVE")) {
+                    co_await execute("UID MOVE " + target);
+                } else {
+                    co_await execute("UID COPY " + target);
+                    co_await deleteMessages(path, piece);
+                }
             }
         });
 }

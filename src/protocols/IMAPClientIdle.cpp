@@ -17,6 +17,11 @@ namespace {
 
 /// What is left of the time when a wait ends, so that the server is asked to stop before the caller's time is over.
 constexpr Duration reserve{1'000};
+/// What the end of a wait may take: whoever cancelled it is waiting, too.
+constexpr Duration endTime{30'000};
+constexpr Duration endTimeOnceCancelled{3'000};
+/// Responses without a meaning for the wait, until the server counts as broken.
+constexpr std::size_t mostUntaggedLines = 10'000;
 
 bool tellsChange(const IMAPResponse& response) {
     constexpr std::array<std::string_view, 4> changes{"EXISTS", "EXPUNGE", "FETCH", "RECENT"};
@@ -53,13 +58,11 @@ Async<bool> IMAPClient::idle(std::string path, Duration timeout) {
 Async<std::optional<bool>> IMAPClient::idleOn(Session session, Duration timeout) {
     const std::string tag = nextTag();
     co_await session->write(tag + " IDLE\r\n");
-    const IMAPResponse answer = co_await session->read(imapReadTimeout);
-    if (answer.kind() != IMAPResponse::Kind::continuation) throw IMAPError::unexpected("IDLE");
-
-    bool hasChanged = false;
+    // What happened since the last command comes first.
+    bool hasChanged = co_await awaitContinuation(*session);
     bool wasCancelled = false;
     try {
-        hasChanged = co_await awaitChange(*session, clock_.instant() + timeout);
+        if (!hasChanged) hasChanged = co_await awaitChange(*session, clock_.instant() + timeout);
     } catch (...) {
         if (!isCancellation(std::current_exception())) throw;
         wasCancelled = true;
@@ -68,7 +71,7 @@ Async<std::optional<bool>> IMAPClient::idleOn(Session session, Duration timeout)
     co_await asio::this_coro::throw_if_cancelled(false);
     co_await asio::this_coro::reset_cancellation_state(asio::enable_terminal_cancellation(),
                                                        asio::disable_cancellation());
-    co_await endIdle(*session, tag);
+    co_await endIdle(*session, tag, wasCancelled ? endTimeOnceCancelled : endTime);
     const auto state = co_await cancellationState;
     wasCancelled = wasCancelled || isCancelled(state);
     co_await allowCancellation();
@@ -77,8 +80,21 @@ Async<std::optional<bool>> IMAPClient::idleOn(Session session, Duration timeout)
     co_return hasChanged;
 }
 
+/// True when a change was told before the server was ready to wait.
+Async<bool> IMAPClient::awaitContinuation(IMAPSession& session) {
+    bool hasChanged = false;
+    const Instant deadline = clock_.instant() + imapReadTimeout;
+    for (std::size_t lines = 0; lines < mostUntaggedLines && clock_.instant() < deadline; ++lines) {
+        const IMAPResponse answer = co_await session.read(imapReadTimeout);
+        if (answer.kind() == IMAPResponse::Kind::continuation) co_return hasChanged;
+        if (answer.kind() != IMAPResponse::Kind::untagged && answer.kind() != IMAPResponse::Kind::untaggedStatus) break;
+        hasChanged = hasChanged || tellsChange(answer);
+    }
+    throw IMAPError::unexpected("IDLE");
+}
+
 Async<bool> IMAPClient::awaitChange(IMAPSession& session, Instant deadline) {
-    for (;;) {
+    for (std::size_t lines = 0; lines < mostUntaggedLines; ++lines) {
         const auto remaining = std::chrono::ceil<Duration>(deadline - clock_.instant());
         if (remaining <= reserve) co_return false;
         try {
@@ -91,14 +107,19 @@ Async<bool> IMAPClient::awaitChange(IMAPSession& session, Instant deadline) {
         }
         co_await checkCancellation();
     }
+    throw MailConnectionError::tooMuch(session.host());
 }
 
-Async<void> IMAPClient::endIdle(IMAPSession& session, const std::string& tag) {
+Async<void> IMAPClient::endIdle(IMAPSession& session, const std::string& tag, Duration time) {
+    const Instant deadline = clock_.instant() + time;
     co_await session.write("DONE\r\n");
-    for (;;) {
-        const IMAPResponse response = co_await session.read(imapReadTimeout);
+    for (std::size_t lines = 0; lines < mostUntaggedLines; ++lines) {
+        const auto remaining = std::chrono::ceil<Duration>(deadline - clock_.instant());
+        if (remaining <= Duration{0}) throw MailConnectionError::cannotConnect(session.host());
+        const IMAPResponse response = co_await session.read(remaining);
         if (response.isTagged(tag)) co_return;
     }
+    throw MailConnectionError::tooMuch(session.host());
 }
 
 }

@@ -43,6 +43,7 @@ Async<void> IMAPClient::openSession() {
         }
         if (capabilities_.empty()) co_await capability();
         co_await authenticate();
+        session->noteSignIn();
         co_await capability();
         co_await enableExtensions();
     } catch (const MailConnectionError& error) {

@@ -6,6 +6,16 @@
 
 namespace velmo {
 
+namespace {
+
+/// What a command does, without what it does it to, which means nothing to a person and may be long.
+std::string verbOf(const std::string& command) {
+    const auto start = command.starts_with("UID ") ? std::size_t{4} : std::size_t{0};
+    return command.substr(0, command.find(' ', start));
+}
+
+}
+
 IMAPError::IMAPError(Kind kind, std::string sentence, std::string text, std::string command)
     : UserError(std::move(sentence)), kind_(kind), text_(std::move(text)), command_(std::move(command)) {}
 
@@ -21,7 +31,7 @@ IMAPError IMAPError::authenticationFailed(std::string text) {
 }
 
 IMAPError IMAPError::commandFailed(std::string command, std::string response, std::string code) {
-    std::string sentence = tr("The mail server refused {}: {}", command, response);
+    std::string sentence = tr("The mail server refused {}: {}", verbOf(command), response);
     IMAPError result(Kind::commandFailed, std::move(sentence), std::move(response), std::move(command));
     result.code_ = std::move(code);
     return result;

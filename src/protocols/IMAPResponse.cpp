@@ -32,6 +32,9 @@ std::optional<Status> statusFrom(std::string_view word) {
 /// A good start for the items of a message.
 constexpr std::size_t usualNodes = 256;
 
+/// Nobody nests mail deeper, and each open list has to be remembered.
+constexpr std::size_t deepestList = 10'000;
+
 std::string readableText(BytesView bytes) {
     return std::string(text::trimmedUnicode(text::repairedUTF8(bytes)));
 }
@@ -118,6 +121,7 @@ class ValueReader {
         if (c == ')' && !open_.empty()) {
             closeList();
         } else if (c == '(') {
+            if (open_.size() == deepestList) throw IMAPParseError::unexpected("lists in lists");
             open_.push_back(tree_.nodes.size());
             append(Kind::list, 0, 0);
             cursor_.advance();
@@ -133,14 +137,14 @@ class ValueReader {
     void append(Kind kind, std::size_t offset, std::size_t length) {
         IMAPTree::Node node;
         node.kind = kind;
-        node.offset = offset;
-        node.length = length;
+        node.offset = static_cast<std::uint32_t>(offset);
+        node.length = static_cast<std::uint32_t>(length) & IMAPTree::longest;
         tree_.nodes.push_back(node);
     }
 
     void closeList() {
         IMAPTree::Node& list = tree_.nodes[open_.back()];
-        list.descendants = tree_.nodes.size() - open_.back() - 1;
+        list.length = static_cast<std::uint32_t>(tree_.nodes.size() - open_.back() - 1) & IMAPTree::longest;
         open_.pop_back();
         cursor_.advance();
     }
@@ -203,6 +207,7 @@ IMAPValues IMAPResponse::values() const {
 }
 
 IMAPResponse parseResponse(Bytes bytes) {
+    if (bytes.size() > IMAPTree::longest) throw IMAPParseError::unexpected("a response without end");
     IMAPResponse response;
     Cursor cursor(bytes);
     const auto readStatus = [&](IMAPResponse::Kind kind, Status status) {

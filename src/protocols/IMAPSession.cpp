@@ -21,13 +21,17 @@ Async<IMAPResponse> IMAPSession::read(Duration timeout) {
         while (literalBytesMissing_ > 0)
             literalBytesMissing_ -= co_await connection_.appendBytes(bytes_, literalBytesMissing_, timeout);
         const std::size_t lineStart = bytes_.size();
-        co_await connection_.appendLine(bytes_, timeout);
+        co_await connection_.appendLine(bytes_, timeout, limits_->line);
         const auto announced = literalLength(BytesView(bytes_).substr(lineStart));
         if (!announced) break;
         bytes_ += "\r\n";
+        const bool isTooMuch = std::cmp_greater(*announced, limits_->literal) ||
+                               bytes_.size() + static_cast<std::size_t>(*announced) > limits_->response;
+        if (isTooMuch) throw MailConnectionError::tooMuch(host());
         literalBytesMissing_ = static_cast<std::size_t>(*announced);
     }
     Bytes whole = std::exchange(bytes_, {});
+    lastSize_ = whole.size();
     // The parser takes the bytes over; a secret that begins in what is shown must be there to its end.
     const Bytes beginning = whole.substr(0, shownLength + secrets_.longest());
     try {

@@ -49,4 +49,16 @@ std::string uidSet(std::span<const std::uint32_t> uids) {
     return set;
 }
 
+std::vector<std::string> setPieces(std::string_view set) {
+    std::vector<std::string> pieces;
+    while (set.size() > longestSet) {
+        const auto end = set.rfind(',', longestSet);
+        if (end == std::string_view::npos) break;
+        pieces.emplace_back(set.substr(0, end));
+        set.remove_prefix(end + 1);
+    }
+    pieces.emplace_back(set);
+    return pieces;
+}
+
 }

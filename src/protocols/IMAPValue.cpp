@@ -47,7 +47,7 @@ BytesView IMAPValue::bytes() const {
 }
 
 IMAPValues IMAPValue::children() const {
-    return {*tree_, index_ + 1, index_ + 1 + node().descendants};
+    return {*tree_, index_ + 1, index_ + 1 + node().descendants()};
 }
 
 bool IMAPValue::isAtom(std::string_view word) const {
@@ -55,12 +55,12 @@ bool IMAPValue::isAtom(std::string_view word) const {
 }
 
 bool operator==(const IMAPValue& a, const IMAPValue& b) {
-    const std::size_t count = a.node().descendants;
-    if (b.node().descendants != count) return false;
+    const std::size_t count = a.node().descendants();
+    if (b.node().descendants() != count) return false;
     for (std::size_t i = 0; i <= count; ++i) {
         const IMAPTree::Node& left = a.tree_->nodes[a.index_ + i];
         const IMAPTree::Node& right = b.tree_->nodes[b.index_ + i];
-        if (publicKind(left.kind) != publicKind(right.kind) || left.descendants != right.descendants) return false;
+        if (publicKind(left.kind) != publicKind(right.kind) || left.descendants() != right.descendants()) return false;
         if (hasBytes(left.kind) && bytesOf(*a.tree_, left) != bytesOf(*b.tree_, right)) return false;
     }
     return true;

@@ -17,13 +17,18 @@ namespace velmo {
 struct IMAPTree {
     enum class Kind : std::uint8_t { atom, string, unescapedString, list, nil };
 
+    /// The longest response that is read.
+    static constexpr std::size_t longest = (std::size_t{1} << 29) - 1;
+
+    /// Eight bytes, since a list needs but two of a response.
     struct Node {
         /// Into `bytes`; for an unescaped string into `unescaped`; unused for a list.
-        std::size_t offset = 0;
-        std::size_t length = 0;
-        /// Number of the nodes below a list, which follow it.
-        std::size_t descendants = 0;
-        Kind kind = Kind::nil;
+        std::uint32_t offset = 0;
+        /// Of the bytes; of a list the number of the nodes below it, which follow it.
+        std::uint32_t length : 29 = 0;
+        Kind kind : 3 = Kind::nil;
+
+        std::size_t descendants() const { return kind == Kind::list ? length : 0; }
     };
 
     Bytes bytes;
@@ -50,7 +55,7 @@ class IMAPValues {
 
         IMAPValue operator*() const;
         Iterator& operator++() {
-            index_ += tree_->nodes[index_].descendants + 1;
+            index_ += tree_->nodes[index_].descendants() + 1;
             return *this;
         }
         Iterator operator++(int) {

@@ -314,14 +314,16 @@ Async<Bytes> MailConnection::readBytes(std::int64_t count, Duration timeout) {
     co_return bytes;
 }
 
-Async<void> MailConnection::appendLine(Bytes& out, Duration timeout) {
+Async<void> MailConnection::appendLine(Bytes& out, Duration timeout, std::size_t limit) {
     const std::shared_ptr<Stream> stream = stream_;
     ReceiveBuffer& buffer = stream->buffer();
     std::optional<BytesView> line = buffer.line();
     while (!line) {
+        if (buffer.unread().size() > limit) throw MailConnectionError::tooMuch(stream->host());
         co_await stream->fill(timeout);
         line = buffer.line();
     }
+    if (line->size() > limit) throw MailConnectionError::tooMuch(stream->host());
     out.append(*line);
     buffer.consume(line->size() + 2);
 }

@@ -49,8 +49,9 @@ class MailConnection {
     /// before a failure are lost with it.
     Async<Bytes> readBytes(std::int64_t count, Duration timeout);
 
-    /// Appends one line without its CR LF to `out`, or nothing at all.
-    Async<void> appendLine(Bytes& out, Duration timeout);
+    /// Appends one line without its CR LF to `out`, or nothing at all. Fails with `tooMuch` when more than `limit`
+    /// bytes have come without an end of the line.
+    Async<void> appendLine(Bytes& out, Duration timeout, std::size_t limit = Bytes::npos);
 
     /// Appends at least one and at most `limit` bytes to `out`, and gives their number. `limit` 0 gives 0 at once.
     Async<std::size_t> appendBytes(Bytes& out, std::size_t limit, Duration timeout);

@@ -19,4 +19,9 @@ MailConnectionError MailConnectionError::closed(std::string host) {
     return {Kind::closed, std::move(host), std::move(sentence)};
 }
 
+MailConnectionError MailConnectionError::tooMuch(std::string host) {
+    std::string sentence = tr("{} sent more than a mail server has to say, so the connection was closed.", host);
+    return {Kind::tooMuch, std::move(host), std::move(sentence)};
+}
+
 }

@@ -12,10 +12,12 @@ class MailConnectionError : public UserError {
     enum class Kind {
         cannotConnect, ///< name, route, refusal, TLS, time-out or reset
         closed,        ///< the server ended the stream in good order
+        tooMuch,       ///< the server sent more than is taken from one, and the stream was given up
     };
 
     static MailConnectionError cannotConnect(std::string host);
     static MailConnectionError closed(std::string host);
+    static MailConnectionError tooMuch(std::string host);
 
     Kind kind() const { return kind_; }
     const std::string& host() const { return host_; }

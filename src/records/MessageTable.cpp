@@ -159,6 +159,15 @@ std::vector<std::uint32_t> MessageTable::uids(const MailboxKey& mailbox) {
     return uids;
 }
 
+std::vector<std::uint32_t> MessageTable::headless(const MailboxKey& mailbox, std::size_t limit) {
+    std::vector<std::uint32_t> uids;
+    auto row = connection_.query("SELECT uid FROM messages WHERE accountID = ? AND mailboxPath = ? AND size = 0 "
+                                 "AND messageID IS NULL AND fromEmail = '' AND subject = '' ORDER BY uid LIMIT ?");
+    row.bind(mailbox.accountID, mailbox.path, static_cast<std::int64_t>(limit));
+    while (row.step()) uids.push_back(checkedUID(row.column<std::int64_t>(0)));
+    return uids;
+}
+
 std::vector<StoredFlags> MessageTable::flags(const MailboxKey& mailbox, std::span<const std::uint32_t> uids) {
     std::vector<StoredFlags> found;
     if (uids.empty()) return found;

@@ -93,6 +93,9 @@ class MessageTable {
     /// Ascending. Throws ModelStoreError `brokenRecord` when one is no 32-bit number, as `flags` does.
     std::vector<std::uint32_t> uids(const MailboxKey& mailbox);
 
+    /// Of messages of which nothing but the UID is known; ascending.
+    std::vector<std::uint32_t> headless(const MailboxKey& mailbox, std::size_t limit);
+
     /// The flags of those messages among the given UIDs that are held, in one query.
     std::vector<StoredFlags> flags(const MailboxKey& mailbox, std::span<const std::uint32_t> uids);
 

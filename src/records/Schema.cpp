@@ -112,6 +112,11 @@ BEGIN
     INSERT INTO messageTexts (rowid, fromName, fromEmail, subject, snippet)
         VALUES (NEW.id, NEW.fromName, NEW.fromEmail, NEW.subject, NEW.snippet);
 END;
+)sql",
+    R"sql(
+-- Messages that the server would not tell about, which are asked for again.
+CREATE INDEX messagesWithoutHead ON messages (accountID, mailboxPath, uid)
+    WHERE size = 0 AND messageID IS NULL AND fromEmail = '' AND subject = '';
 )sql"};
 
 }

@@ -1,6 +1,7 @@
 #include "store/AccountPass.h"
 
 #include "base/UserError.h"
+#include "protocols/IMAPError.h"
 
 #include <algorithm>
 #include <exception>
@@ -54,6 +55,7 @@ class Pass {
         }
         // What was fetched before a failure is kept.
         if (!isCancellation(failure)) co_await write();
+        if (!failure && result_.mailboxes == 0) failure = firstRefusal_;
         if (failure) std::rethrow_exception(failure);
         co_return result_;
     }
@@ -92,15 +94,25 @@ class Pass {
     /// Fetches the prepared mailbox, writes the one before, and prepares the next.
     Async<void> step(const std::string* next) {
         std::optional<Mailbox> mailbox = std::exchange(prepared_, std::nullopt);
+        bool isRefused = false;
         const auto fetch = [&]() -> Async<void> {
-            if (mailbox) mailbox->delta = co_await engine_.syncMailbox(mailbox->path, std::move(mailbox->held));
+            if (!mailbox) co_return;
+            try {
+                mailbox->delta = co_await engine_.syncMailbox(mailbox->path, std::move(mailbox->held));
+            } catch (const IMAPError& error) {
+                if (error.kind() != IMAPError::Kind::commandFailed) throw;
+                isRefused = true;
+                firstRefusal_ = firstRefusal_ ? firstRefusal_ : std::current_exception();
+                result_.refusals.push_back({mailbox->path, error.sentence()});
+            }
         };
         const auto store = [&]() -> Async<void> {
             co_await write();
             if (next != nullptr) co_await prepare(*next);
         };
         co_await both(store, fetch);
-        if (!mailbox) co_return;
+        if (!mailbox || isRefused) co_return;
+        if (mailbox->delta.refusal) result_.refusals.push_back({mailbox->path, *mailbox->delta.refusal});
         ++result_.mailboxes;
         result_.newMessages += mailbox->delta.newMessages.size();
         result_.vanished += mailbox->delta.vanished.size();
@@ -124,6 +136,7 @@ class Pass {
     std::optional<Mailbox> prepared_; ///< to be fetched next
     std::optional<Mailbox> waiting_;  ///< fetched and not yet written
     PassResult result_;
+    std::exception_ptr firstRefusal_;
 };
 
 }

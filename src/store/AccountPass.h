@@ -23,11 +23,18 @@ struct PassProgress {
     friend bool operator==(const PassProgress&, const PassProgress&) = default;
 };
 
+/// What a server refused in a mailbox, in a sentence.
+struct PassRefusal {
+    std::string path;
+    std::string sentence;
+};
+
 /// What a pass brought.
 struct PassResult {
     std::size_t mailboxes = 0;
     std::size_t newMessages = 0;
     std::size_t vanished = 0;
+    std::vector<PassRefusal> refusals; ///< the mailboxes of which all, or something, is left out
 };
 
 /// What others do at the steps of a pass. All of it is optional, and is called on the executor of the caller.
@@ -49,8 +56,9 @@ struct PassHooks {
 /// One pass over every mailbox of an account: the listing first, then each mailbox that can be selected, the inbox
 /// before all others. An all-mail mailbox is left out, since its messages stand in their own mailboxes.
 ///
-/// Runs on the executor of the caller; the engine and the writer work on theirs. The first failure ends the pass and is
-/// thrown; the mailboxes that were done stay done.
+/// Runs on the executor of the caller; the engine and the writer work on theirs. What the server refuses is noted for
+/// the mailbox that it concerns, and the pass goes on; only where it refuses every mailbox is that thrown. Any other
+/// failure ends the pass and is thrown; the mailboxes that were done stay done.
 Async<PassResult> passOver(SyncEngine& engine, SyncWriter& writer, UUID accountID, LabelNewMail labelNewMail,
                            PassHooks hooks = {});
 

@@ -1,5 +1,6 @@
 #include "store/AccountSync.h"
 
+#include "base/Localisation.h"
 #include "base/UserError.h"
 #include "platform/Log.h"
 #include "records/Labels.h"
@@ -69,7 +70,22 @@ Async<void> AccountSync::pass(MailAccount account) {
     PassHooks hooks = hooksFor(account);
     const PassResult result =
         co_await passOver(*engine, environment_.writer, account.id, labelNewMail(), std::move(hooks));
+    tellRefusals(account, result);
     lastResults_[account.id] = result;
+}
+
+/// What the server would not give stands until a pass brings it.
+void AccountSync::tellRefusals(const MailAccount& account, const PassResult& result) {
+    const std::string prefix = "mailbox." + account.id.text() + ".";
+    std::set<std::string> keys;
+    for (const auto& [path, sentence] : result.refusals) keys.insert(prefix + path);
+    const auto standing = *environment_.troubles.all;
+    for (const auto& trouble : standing)
+        if (trouble.key.starts_with(prefix) && !keys.contains(trouble.key)) environment_.troubles.settle(trouble.key);
+    for (const auto& [path, sentence] : result.refusals)
+        environment_.troubles.add(prefix + path, account.id,
+                                  tr("Not everything in the folder {} of {} could be fetched; it is tried again. {}",
+                                     path, account.email, sentence));
 }
 
 PassHooks AccountSync::hooksFor(const MailAccount& account) {
@@ -178,7 +194,7 @@ Async<std::size_t> AccountSync::fetchOlder(MailAccount account, std::string path
     const auto self = shared_from_this();
     const auto engine = engines_.engine(account);
     const SyncState held = co_await environment_.writer.syncState(account.id, path);
-    auto oldest = static_cast<std::uint32_t>(held.oldestSyncedUID);
+    auto older = co_await engine->olderUIDs(path, static_cast<std::uint32_t>(held.oldestSyncedUID));
     std::vector<SyncedMessage> fetched, waiting;
     std::size_t count = 0;
     const auto write = [&]() -> Async<void> {
@@ -189,14 +205,16 @@ Async<std::size_t> AccountSync::fetchOlder(MailAccount account, std::string path
                                                  labelNewMail());
         if (onStored) onStored(count);
     };
-    const auto fetch = [&]() -> Async<void> { fetched = co_await engine->fetchOlder(path, oldest, step); };
-    for (bool goesOn = true; goesOn;) {
+    const auto fetch = [&]() -> Async<void> {
+        const auto first = older.end() - static_cast<std::ptrdiff_t>(std::min(step, older.size()));
+        std::vector<std::uint32_t> slice(first, older.end());
+        older.erase(first, older.end());
+        fetched = co_await engine->fetchMessages(path, held.uidValidity, std::move(slice));
+    };
+    for (bool goesOn = !older.empty(); goesOn;) {
         co_await both(write, fetch);
-        const auto before = oldest;
-        for (const auto& message : fetched) oldest = std::min(oldest, message.uid);
         waiting = std::exchange(fetched, {});
-        // A server that repeats itself ends it as well.
-        goesOn = extent == Backfill::everything && oldest < before;
+        goesOn = extent == Backfill::everything && !older.empty();
     }
     co_await write();
     co_return count;

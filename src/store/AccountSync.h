@@ -88,6 +88,7 @@ class AccountSync : public std::enable_shared_from_this<AccountSync> {
     std::shared_ptr<void> claim(const UUID& accountID, const std::string& path);
     bool isSyncing(const UUID& accountID) const;
     Async<void> pass(MailAccount account);
+    void tellRefusals(const MailAccount& account, const PassResult& result);
     PassHooks hooksFor(const MailAccount& account);
     void listed(const UUID& accountID, const std::vector<MailboxEntry>& entries);
     void announce(const MailAccount& account, const AppliedDelta& applied);

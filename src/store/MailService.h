@@ -32,6 +32,9 @@ class MailService {
     /// Unseen mail that a person should be told of, newest first.
     virtual void mailArrived(const MailAccount&, const std::vector<SyncedMessage>&) {}
 
+    /// The account has another password or other servers.
+    virtual void accountChanged(const UUID&) {}
+
     /// Everything of the account is to be forgotten.
     virtual void accountRemoved(const UUID&) {}
 };

@@ -11,6 +11,13 @@
 
 namespace velmo {
 
+namespace {
+
+/// Of a message line that names no other.
+constexpr std::chrono::seconds usualLifetime{30};
+
+}
+
 MailStore::MailStore(MailStoreParts parts)
     : container_(std::move(parts.container)),
       context_(container_->makeContext()),
@@ -33,6 +40,8 @@ MailStore::MailStore(MailStoreParts parts)
         if (const auto prefetch = weak.lock()) prefetch->noteStored(bytes);
     };
     environment_.accounts.onRemove = [this](MailAccount account) { return removeAccountData(std::move(account)); };
+    environment_.accounts.onChange = [this](MailAccount account) { return beginAnew(std::move(account)); };
+    endBanners_ = status_.banner.onChange([this] { endBannerInTime(); });
     selection_.syncMailbox = [this](const MailboxKey& key) {
         if (const auto account = environment_.account(key.accountID))
             inBackground([this, account = *account, path = key.path]() -> Async<void> {
@@ -42,7 +51,9 @@ MailStore::MailStore(MailStoreParts parts)
 }
 
 MailStore::~MailStore() {
+    endBanners_.disconnect();
     environment_.accounts.onRemove = {};
+    environment_.accounts.onChange = {};
 }
 
 void MailStore::add(std::unique_ptr<MailService> service) {
@@ -83,6 +94,17 @@ void MailStore::checked(const MailAccount& account, MailService::Check check) {
 std::optional<std::string> MailStore::chosenMailbox(const UUID& accountID) const {
     const auto found = selection_.mailboxes->find(accountID);
     return found == selection_.mailboxes->end() ? std::nullopt : std::optional(found->second);
+}
+
+/// A line that nobody looks at must not be told as news much later. That of an action ends with the time to undo it.
+void MailStore::endBannerInTime() {
+    const auto& banner = *status_.banner;
+    if (!banner || banner->canUndo) return;
+    const Duration lifetime = banner->lifetime.value_or(usualLifetime);
+    inBackground([this, id = banner->id, lifetime]() -> Async<void> {
+        co_await environment_.clock->wait(lifetime);
+        if (status_.banner->has_value() && (*status_.banner)->id == id) status_.banner = std::optional<Banner>();
+    });
 }
 
 /// Keeps a task until it has ended.
@@ -193,6 +215,16 @@ Async<void> MailStore::stop() {
 }
 
 // --- Accounts ----------------------------------------------------------------------------------------------------
+
+/// What was connected with an earlier password or server is of no more use.
+Async<void> MailStore::beginAnew(MailAccount account) {
+    co_await endLoop(account.id);
+    co_await prefetch_->cancel(account.id);
+    engines_.remove(account.id);
+    if (!isRunning_ || isStopping_) co_return;
+    startLoops();
+    for (const auto& service : services_) service->accountChanged(account.id);
+}
 
 /// What refuses keeps nothing else from going.
 Async<void> MailStore::removeAccountData(MailAccount account) {

@@ -99,8 +99,10 @@ class MailStore {
     std::vector<MailboxRecord> mailboxesBehind(const MessageListSource& source);
     void checked(const MailAccount& account, MailService::Check check);
     std::optional<std::string> chosenMailbox(const UUID& accountID) const;
+    Async<void> beginAnew(MailAccount account);
     Async<void> removeAccountData(MailAccount account);
     void inBackground(std::move_only_function<Async<void>()> body);
+    void endBannerInTime();
 
     std::shared_ptr<ModelContainer> container_;
     std::unique_ptr<ModelContext> context_;
@@ -121,6 +123,7 @@ class MailStore {
     MailFiling filing_;
     std::vector<std::unique_ptr<MailService>> services_;
     sigc::signal<void(const MailAccount&, const std::vector<SyncedMessage>&)> mailArrived_;
+    sigc::connection endBanners_;
     std::map<UUID, Task> loops_;
     std::vector<Task> background_;
     bool hasKeptHouse_ = false;

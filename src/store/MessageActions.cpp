@@ -292,7 +292,7 @@ Taken MessageActions::label(const Records& records, const std::string& key, Labe
 
 bool MessageActions::State::bannerOffersAnotherUndo() const {
     const auto& banner = *status.banner;
-    return banner && banner->canUndo && banner->outboxID;
+    return banner && banner->outboxID;
 }
 
 void MessageActions::undo() {

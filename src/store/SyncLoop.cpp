@@ -22,6 +22,16 @@ Duration listeningTime(Duration sincePass) {
 
 namespace {
 
+/// How the mailbox was when it was last synced.
+IMAPSelectedState stateOf(const MailboxRecord& record) {
+    IMAPSelectedState state;
+    state.exists = record.totalCount;
+    state.uidValidity = static_cast<std::uint32_t>(record.uidValidity);
+    state.uidNext = static_cast<std::uint32_t>(record.uidNext);
+    if (record.highestModSeq != 0) state.highestModSeq = static_cast<std::uint64_t>(record.highestModSeq);
+    return state;
+}
+
 class SyncLoop {
   public:
     SyncLoop(std::weak_ptr<AccountSync> sync, std::shared_ptr<Clock> clock, MailAccount account)
@@ -56,17 +66,18 @@ class SyncLoop {
             lastFullPass_.reset();
             co_return passInterval;
         }
-        co_await listen(*sync, inbox->path);
+        co_await listen(*sync, *inbox);
         co_return Duration{0};
     }
 
-    Async<void> listen(AccountSync& sync, std::string inbox) {
+    Async<void> listen(AccountSync& sync, MailboxRecord record) {
+        const std::string inbox = record.path;
         const auto since = std::chrono::floor<Duration>(clock_->instant() - *lastFullPass_);
         const std::shared_ptr<SyncEngine> engine = sync.engines().engine(account_);
         bool hasChanged = false;
         std::exception_ptr failure;
         try {
-            hasChanged = co_await engine->waitForChanges(inbox, listeningTime(since));
+            hasChanged = co_await engine->waitForChanges(inbox, stateOf(record), listeningTime(since));
         } catch (...) {
             failure = std::current_exception();
         }

@@ -9,6 +9,7 @@
 #include "sync/Attachments.h"
 
 #include <algorithm>
+#include <unordered_map>
 #include <utility>
 
 namespace velmo {
@@ -25,6 +26,7 @@ SyncedMessage syncedMessage(IMAPFetchResult result, Date now) {
     const MIMEHeaders headers = fetchedHeaders(result);
     SyncedMessage message;
     message.uid = *result.uid;
+    message.hasFlags = result.flags.has_value();
     message.flags = std::move(result.flags).value_or(std::set<std::string>{});
     message.date = result.internalDate.value_or(now);
     if (result.envelope && result.envelope->date) message.date = *result.envelope->date;
@@ -35,6 +37,42 @@ SyncedMessage syncedMessage(IMAPFetchResult result, Date now) {
     message.gmailThreadID = result.gmailThreadID;
     message.isBulk = marksMailing(headers);
     return message;
+}
+
+template <class T>
+void takeOver(std::optional<T>& held, std::optional<T>& received) {
+    if (received) held = std::move(received);
+}
+
+/// An absent item changes nothing.
+void merge(IMAPFetchResult& held, IMAPFetchResult received) {
+    takeOver(held.flags, received.flags);
+    takeOver(held.internalDate, received.internalDate);
+    takeOver(held.size, received.size);
+    takeOver(held.modSeq, received.modSeq);
+    takeOver(held.envelope, received.envelope);
+    takeOver(held.bodyStructure, received.bodyStructure);
+    takeOver(held.gmailThreadID, received.gmailThreadID);
+    for (auto& [name, bytes] : received.sections) held.sections.insert_or_assign(name, std::move(bytes));
+}
+
+std::vector<IMAPFetchResult> mergedByUID(std::vector<IMAPFetchResult> results) {
+    std::vector<IMAPFetchResult> merged;
+    merged.reserve(results.size());
+    std::unordered_map<std::uint32_t, std::size_t> places;
+    for (IMAPFetchResult& result : results) {
+        if (!result.uid) continue;
+        const auto [place, isFirst] = places.try_emplace(*result.uid, merged.size());
+        if (isFirst)
+            merged.push_back(std::move(result));
+        else
+            merge(merged[place->second], std::move(result));
+    }
+    return merged;
+}
+
+bool tellsMoreThanFlags(const IMAPFetchResult& result) {
+    return result.envelope || result.bodyStructure || result.size || result.internalDate;
 }
 
 /// The whole groups of base64 that a cut-off beginning holds.
@@ -71,13 +109,21 @@ bool marksMailing(const MIMEHeaders& headers) {
            (text::containsIgnoringCase(*precedence, "bulk") || text::containsIgnoringCase(*precedence, "list"));
 }
 
-std::vector<SyncedMessage> syncedMessages(std::vector<IMAPFetchResult> results, Date now) {
-    std::vector<SyncedMessage> messages;
-    messages.reserve(results.size());
-    for (IMAPFetchResult& result : results) {
-        if (result.uid) messages.push_back(syncedMessage(std::move(result), now));
+FetchedHeads fetchedHeads(std::vector<IMAPFetchResult> results,
+                          const std::function<bool(const IMAPFetchResult&)>& isAsked, Date now) {
+    FetchedHeads heads;
+    auto merged = mergedByUID(std::move(results));
+    heads.messages.reserve(merged.size());
+    for (IMAPFetchResult& result : merged) {
+        const bool wasAsked = isAsked(result);
+        if (wasAsked && tellsMoreThanFlags(result)) {
+            heads.messages.push_back(syncedMessage(std::move(result), now));
+            continue;
+        }
+        if (wasAsked) heads.bare.push_back(*result.uid);
+        if (result.flags) heads.flags.insert_or_assign(*result.uid, *std::move(result.flags));
     }
-    return messages;
+    return heads;
 }
 
 std::optional<IMAPBodyPart> snippetPart(const IMAPBodyStructure& structure) {

@@ -6,14 +6,27 @@
 #include "protocols/IMAPFetchResult.h"
 #include "sync/MailboxDelta.h"
 
+#include <cstdint>
+#include <functional>
+#include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
 namespace velmo {
 
-/// The messages among FETCH results; a result without a UID is none. A message without any date gets `now`.
-std::vector<SyncedMessage> syncedMessages(std::vector<IMAPFetchResult> results, Date now);
+/// What FETCH results tell. Servers may cut what they say of a message into several results, and add flags of others.
+struct FetchedHeads {
+    std::vector<SyncedMessage> messages;                  ///< that were asked for, each once
+    std::map<std::uint32_t, std::set<std::string>> flags; ///< of the others, by UID
+    std::vector<std::uint32_t> bare; ///< that were asked for, and of which nothing but the UID or flags came
+};
+
+/// Puts together what belongs to one UID; a result without a UID tells nothing. A message is what `isAsked` accepts and
+/// of which more than flags came. One without any date gets `now`.
+FetchedHeads fetchedHeads(std::vector<IMAPFetchResult> results,
+                          const std::function<bool(const IMAPFetchResult&)>& isAsked, Date now);
 
 /// True when the headers say that the message went to a list or to many (RFC 2369, RFC 2919, Precedence).
 bool marksMailing(const MIMEHeaders& headers);

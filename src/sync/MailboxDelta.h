@@ -18,7 +18,8 @@ namespace velmo {
 struct SyncedMessage {
     std::uint32_t uid = 0;
     std::set<std::string> flags;
-    Date date; ///< of the envelope, else of the arrival
+    bool hasFlags = true; ///< false: the server told none, and those that are held stay
+    Date date;            ///< of the envelope, else of the arrival
     std::int64_t size = 0;
     std::optional<IMAPEnvelope> envelope;
     std::optional<IMAPBodyStructure> bodyStructure;
@@ -32,9 +33,13 @@ struct SyncedMessage {
 struct MailboxDelta {
     IMAPSelectedState state;
     bool isReset = false; ///< UIDVALIDITY changed: nothing that is held about the mailbox means anything any more
+    /// Nothing was held: the new messages are the newest, and below the lowest of them others may be that are not held.
+    bool isFilling = false;
     std::vector<SyncedMessage> newMessages;
     std::map<std::uint32_t, std::set<std::string>> flagChanges; ///< flags by UID, changed or not
     std::vector<std::uint32_t> vanished;
+    /// What the server would not give, in its words; the messages stand among the new ones, without a head.
+    std::optional<std::string> refusal;
 };
 
 }

@@ -4,6 +4,8 @@
 #include "records/Labels.h"
 #include "sync/Attachments.h"
 
+#include <fmt/format.h>
+
 namespace velmo {
 
 namespace {
@@ -29,7 +31,7 @@ void takeStructure(MessageRecord& record, const IMAPBodyStructure& structure) {
 
 }
 
-std::string threadKey(const SyncedMessage& message) {
+std::string threadKey(const SyncedMessage& message, std::string_view mailboxPath) {
     if (message.gmailThreadID) return "gm:" + std::to_string(*message.gmailThreadID);
     if (!message.references.empty()) return message.references.front();
     if (message.envelope) {
@@ -38,7 +40,8 @@ std::string threadKey(const SyncedMessage& message) {
         if (inReplyTo && !inReplyTo->empty()) return *inReplyTo;
         if (messageID && !messageID->empty()) return *messageID;
     }
-    return "uid:" + std::to_string(message.uid);
+    // UIDs are those of one mailbox, and conversations those of an account.
+    return fmt::format("uid:{}:{}", mailboxPath, message.uid);
 }
 
 MessageRecord makeMessageRecord(const SyncedMessage& message, const MailboxKey& mailbox, std::int64_t uidValidity,
@@ -52,7 +55,7 @@ MessageRecord makeMessageRecord(const SyncedMessage& message, const MailboxKey& 
     record.date = message.date;
     record.size = message.size;
     if (message.envelope) takeEnvelope(record, *message.envelope);
-    record.threadKey = threadKey(message);
+    record.threadKey = threadKey(message, mailbox.path);
     record.applyFlags(message.flags);
     if (message.snippet) record.snippet = cleanedPreview(*message.snippet);
     if (const auto category = categorise(record.fromEmail, record.subject, record.snippet, message.isBulk)) {

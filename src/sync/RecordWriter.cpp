@@ -13,6 +13,9 @@ namespace velmo {
 
 namespace {
 
+/// Messages that are asked for again with one sync.
+constexpr std::size_t headlessAtOnce = 20;
+
 MailboxKey canonical(const MailboxKey& mailbox) {
     return {mailbox.accountID, canonicalMailboxPath(mailbox.path)};
 }
@@ -108,8 +111,12 @@ SyncState RecordWriter::syncState(const MailboxKey& named) {
     const auto mailbox = canonical(named);
     const auto record = context_->mailboxes.find(mailbox);
     if (!record) return {};
-    return {record->uidValidity, record->uidNext, record->highestModSeq, record->oldestSyncedUID,
-            context_->messages.uids(mailbox)};
+    return {record->uidValidity,
+            record->uidNext,
+            record->highestModSeq,
+            record->oldestSyncedUID,
+            context_->messages.uids(mailbox),
+            context_->messages.headless(mailbox, headlessAtOnce)};
 }
 
 void RecordWriter::deleteAccount(const UUID& accountID) {
@@ -141,7 +148,8 @@ AppliedDelta RecordWriter::apply(MailboxDelta delta, const MailboxKey& named, La
         // From there on the flags are asked for again.
         if (isOutdated) record.highestModSeq = before->highestModSeq;
         record.lastSynced = clock_->now();
-        if (record.oldestSyncedUID == 0 || delta.isReset) record.oldestSyncedUID = lowestUID(delta.newMessages);
+        if (record.oldestSyncedUID == 0 || delta.isReset || delta.isFilling)
+            record.oldestSyncedUID = lowestUID(delta.newMessages);
         refreshUnreadCount(record, delta, reading);
         context_->mailboxes.store(record);
     });
@@ -169,10 +177,23 @@ void RecordWriter::applyKnown(const MailboxDelta& delta, const MailboxKey& mailb
     context_->messages.remove(mailbox, gone);
 }
 
+/// What was held without a head makes room for what has one now.
+void RecordWriter::removeHeadless(std::span<const SyncedMessage> messages, const MailboxKey& mailbox) {
+    const auto headless = context_->messages.headless(mailbox, headlessAtOnce);
+    if (headless.empty()) return;
+    std::vector<std::uint32_t> better;
+    for (const auto& message : messages)
+        if (message.envelope && std::ranges::binary_search(headless, message.uid)) better.push_back(message.uid);
+    std::vector<std::int64_t> gone;
+    for (const auto& held : context_->messages.flags(mailbox, better)) gone.push_back(held.id);
+    context_->messages.remove(mailbox, gone);
+}
+
 /// Inserts what is new, and brings the flags of what is held up to date. Gives the UIDs that were inserted.
 RecordWriter::Inserted RecordWriter::storeMessages(std::span<const SyncedMessage> messages,
                                                    std::vector<MessageRecord> made, const MailboxKey& mailbox) {
     std::unordered_map<std::uint32_t, StoredFlags> held;
+    removeHeadless(messages, mailbox);
     for (auto& flags : context_->messages.flags(mailbox, uidsOf(messages))) held.emplace(flags.uid, std::move(flags));
     Inserted inserted;
     std::vector<MessageRecord> fresh;
@@ -180,6 +201,7 @@ RecordWriter::Inserted RecordWriter::storeMessages(std::span<const SyncedMessage
     for (std::size_t i = 0; i < messages.size(); ++i) {
         const auto uid = messages[i].uid;
         if (const auto known = held.find(uid); known != held.end()) {
+            if (!messages[i].hasFlags) continue;
             auto received = made[i].flags();
             if (received == known->second.flags) continue;
             context_->messages.setFlags(mailbox, known->second.id, received);
@@ -246,7 +268,9 @@ AppliedDelta RecordWriter::newsOf(MailboxDelta delta, const MailboxRecord& befor
     applied.countsAsNews = before.role() == MailboxRole::inbox && before.lastSynced && !delta.isReset;
     std::vector<SyncedMessage*> unseen;
     for (auto& message : delta.newMessages) {
-        if (inserted.contains(message.uid) && !isSeen(message)) unseen.push_back(&message);
+        // What fills a mailbox anew may have been there for long.
+        const bool isOld = delta.isFilling && message.uid < before.uidNext;
+        if (inserted.contains(message.uid) && !isSeen(message) && !isOld) unseen.push_back(&message);
     }
     std::ranges::stable_sort(unseen, std::greater(), &SyncedMessage::date);
     applied.unseen.reserve(unseen.size());

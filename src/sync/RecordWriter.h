@@ -46,6 +46,7 @@ class RecordWriter {
 
     std::vector<MailboxKey> storeListing(const UUID& accountID, const std::vector<ListedMailbox>& listed,
                                          const LocalChanges::Reading* reading);
+    void removeHeadless(std::span<const SyncedMessage> messages, const MailboxKey& mailbox);
     Inserted storeMessages(std::span<const SyncedMessage> messages, std::vector<MessageRecord> made,
                            const MailboxKey& mailbox);
     void applyKnown(const MailboxDelta& delta, const MailboxKey& mailbox);

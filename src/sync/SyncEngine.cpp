@@ -21,6 +21,9 @@ constexpr std::string_view wholeMessageItems = "UID BODY.PEEK[]";
 
 constexpr std::int64_t firstSyncBatch = 200;
 constexpr std::size_t statusesInARow = 50;
+/// Refused slices of heads, until the whole command counts as refused: each message that is refused alone costs as many
+/// as the slice can be halved.
+constexpr int mostRefusals = 60;
 constexpr std::size_t snippetChunk = 100;
 constexpr std::size_t snippetChunksInARow = 8;
 constexpr int plainSnippetBytes = 1500;
@@ -39,6 +42,47 @@ std::string messageItems(const IMAPClient& client) {
 bool isSearchableMessageID(std::string_view messageID) {
     return !messageID.empty() && messageID.size() <= 900 &&
            std::ranges::all_of(messageID, [](char c) { return c > ' ' && c <= '~'; });
+}
+
+void append(std::vector<SyncedMessage>& to, std::vector<SyncedMessage> more) {
+    to.insert(to.end(), std::move_iterator(more.begin()), std::move_iterator(more.end()));
+}
+
+void join(FetchedHeads& to, FetchedHeads more) {
+    append(to.messages, std::move(more.messages));
+    to.flags.merge(more.flags);
+}
+
+/// A message that is there, and that the server tells nothing about.
+SyncedMessage headless(std::uint32_t uid, Date now) {
+    SyncedMessage message;
+    message.uid = uid;
+    message.hasFlags = false;
+    message.date = now;
+    return message;
+}
+
+/// Something happened to the mailbox since it was synced. What a server does not tell is no difference.
+bool differs(const IMAPSelectedState& found, const IMAPSelectedState& held) {
+    return found.exists != held.exists || found.uidValidity != held.uidValidity ||
+           (found.uidNext != 0 && found.uidNext != held.uidNext) ||
+           (found.highestModSeq && held.highestModSeq && found.highestModSeq != held.highestModSeq);
+}
+
+/// Goes on where the server refuses; every other failure is thrown.
+template <class F>
+Async<void> unlessRefused(F command) {
+    try {
+        co_await command();
+    } catch (const IMAPError& error) {
+        if (error.kind() != IMAPError::Kind::commandFailed) throw;
+    }
+}
+
+void refuseNewNumbers(const IMAPClient& client, std::int64_t uidValidity) {
+    const auto& state = client.selectedState();
+    if (state && state->uidValidity != 0 && uidValidity != 0 && state->uidValidity != uidValidity)
+        throw IMAPError::unexpected("the messages have new numbers");
 }
 
 /// Messages whose snippet is in the same section and of the same kind; one command serves them all.
@@ -96,6 +140,11 @@ IMAPFetchRequest snippetRequest(const SnippetGroup& group, std::span<const Wante
 }
 
 }
+
+struct SyncEngine::Heads {
+    FetchedHeads fetched;
+    std::optional<std::string> refusal;
+};
 
 SyncEngine::SyncEngine(UUID accountID, ServerConfig server, CredentialSource credential, Clock& clock,
                        const Executor& io)
@@ -198,7 +247,8 @@ Async<std::vector<ListedMailbox>> SyncEngine::listMailboxes() {
 Async<SyncEngine::Statuses> SyncEngine::statusesOf(Client client, std::vector<std::string> paths) {
     co_return co_await client->locked([&]() -> Async<Statuses> {
         const auto& selected = client->selectedPath();
-        if (selected && std::ranges::find(paths, *selected) != paths.end()) co_await client->execute("NOOP");
+        if (selected && std::ranges::find(paths, *selected) != paths.end())
+            co_await unlessRefused([&] { return client->execute("NOOP"); });
         co_return co_await client->statuses(paths);
     });
 }
@@ -219,10 +269,13 @@ Async<MailboxDelta> SyncEngine::syncFrom(const std::string& path, SyncState stor
         delta.vanished = std::move(stored.knownUIDs);
         co_return delta;
     }
-    if (stored.knownUIDs.empty()) {
-        delta.newMessages = co_await firstMessages(client, path, delta.state.exists);
+    delta.isFilling = stored.knownUIDs.empty();
+    if (delta.isFilling) {
+        auto heads = co_await fetchNewest(client, path, delta.state.exists);
+        take(std::move(heads), delta);
     } else {
-        delta.newMessages = co_await newMessages(client, path, stored, delta.state);
+        co_await readNew(client, path, stored, delta);
+        co_await readHeadless(client, path, stored, delta);
         co_await readFlags(client, path, stored, delta);
         co_await readVanished(client, path, stored, delta);
     }
@@ -230,26 +283,107 @@ Async<MailboxDelta> SyncEngine::syncFrom(const std::string& path, SyncState stor
     co_return delta;
 }
 
-Async<std::vector<SyncedMessage>> SyncEngine::firstMessages(const Client& client, const std::string& path,
-                                                            std::int64_t exists) {
-    const std::int64_t start = std::max(exists, firstSyncBatch) - (firstSyncBatch - 1);
-    std::string items = messageItems(*client);
-    auto results =
-        co_await client->locked([&] { return client->fetch(path, fmt::format("{}:*", start), std::move(items)); });
-    co_return syncedMessages(std::move(results), clock_.now());
+// --- Heads ---------------------------------------------------------------------------------------------------------
+
+/// What came without a head is asked for once more.
+Async<SyncEngine::Heads> SyncEngine::withBare(const Client& client, const std::string& path, FetchedHeads fetched) {
+    Heads heads;
+    auto bare = std::exchange(fetched.bare, {});
+    if (!bare.empty()) heads = co_await fetchHeads(client, path, std::move(bare));
+    join(fetched, std::move(heads.fetched));
+    heads.fetched = std::move(fetched);
+    co_return heads;
 }
 
-Async<std::vector<SyncedMessage>> SyncEngine::newMessages(const Client& client, const std::string& path,
-                                                          const SyncState& stored, const IMAPSelectedState& state) {
-    if (state.uidNext != 0 && stored.uidNext >= state.uidNext) co_return std::vector<SyncedMessage>();
+void SyncEngine::take(Heads heads, MailboxDelta& delta) {
+    append(delta.newMessages, std::move(heads.fetched.messages));
+    delta.flagChanges.merge(heads.fetched.flags);
+    if (heads.refusal) delta.refusal = std::move(heads.refusal);
+}
+
+Async<SyncEngine::Heads> SyncEngine::fetchNewest(const Client& client, const std::string& path, std::int64_t exists) {
+    const std::int64_t start = std::max(exists, firstSyncBatch) - (firstSyncBatch - 1);
+    const std::string newest = fmt::format("{}:*", start);
+    try {
+        auto results = co_await client->locked([&] { return client->fetch(path, newest, messageItems(*client)); });
+        const auto isAsked = [start](const IMAPFetchResult& result) { return result.sequence >= start; };
+        co_return co_await withBare(client, path, fetchedHeads(std::move(results), isAsked, clock_.now()));
+    } catch (const IMAPError& error) {
+        if (error.kind() != IMAPError::Kind::commandFailed) throw;
+    }
+    auto uids = co_await search(client, path, newest);
+    co_return co_await fetchHeads(client, path, std::move(uids));
+}
+
+Async<SyncEngine::Heads> SyncEngine::fetchFrom(const Client& client, const std::string& path, std::uint32_t first) {
+    const std::string rest = fmt::format("{}:*", first);
+    try {
+        auto results = co_await uidFetch(client, path, rest, messageItems(*client));
+        // "n:*" always gives the last message, also when its number is lower.
+        const auto isAsked = [first](const IMAPFetchResult& result) { return result.uid >= first; };
+        co_return co_await withBare(client, path, fetchedHeads(std::move(results), isAsked, clock_.now()));
+    } catch (const IMAPError& error) {
+        if (error.kind() != IMAPError::Kind::commandFailed) throw;
+    }
+    auto uids = co_await search(client, path, "UID " + rest);
+    std::erase_if(uids, [first](std::uint32_t uid) { return uid < first; });
+    co_return co_await fetchHeads(client, path, std::move(uids));
+}
+
+/// One message that the server can't read must not hide those beside it: a slice that is refused is halved, until the
+/// one stands alone. It comes without a head, and is asked for again later. A server that refuses nearly everything is
+/// believed.
+Async<SyncEngine::Heads> SyncEngine::fetchHeads(const Client& client, const std::string& path,
+                                                std::vector<std::uint32_t> uids) {
+    std::ranges::sort(uids);
+    Heads heads;
+    int refusals = 0;
+    std::vector<std::span<const std::uint32_t>> waiting;
+    if (!uids.empty()) waiting.emplace_back(uids);
+    while (!waiting.empty()) {
+        const auto slice = waiting.back();
+        waiting.pop_back();
+        std::optional<IMAPError> refusal;
+        try {
+            auto results = co_await uidFetch(client, path, uidSet(slice), messageItems(*client));
+            const auto isAsked = [slice](const IMAPFetchResult& result) {
+                return std::ranges::binary_search(slice, *result.uid);
+            };
+            auto fetched = fetchedHeads(std::move(results), isAsked, clock_.now());
+            for (const auto uid : fetched.bare) fetched.messages.push_back(headless(uid, clock_.now()));
+            join(heads.fetched, std::move(fetched));
+        } catch (const IMAPError& error) {
+            if (error.kind() != IMAPError::Kind::commandFailed || ++refusals > mostRefusals) throw;
+            refusal = error;
+        }
+        if (!refusal) continue;
+        heads.refusal = refusal->sentence();
+        if (slice.size() > 1) {
+            waiting.push_back(slice.subspan(slice.size() / 2));
+            waiting.push_back(slice.first(slice.size() / 2));
+            continue;
+        }
+        heads.fetched.messages.push_back(headless(slice.front(), clock_.now()));
+    }
+    co_return heads;
+}
+
+Async<void> SyncEngine::readNew(const Client& client, const std::string& path, const SyncState& stored,
+                                MailboxDelta& delta) {
+    if (delta.state.uidNext != 0 && stored.uidNext >= delta.state.uidNext) co_return;
     const std::int64_t start =
         std::max<std::int64_t>(std::ranges::max(stored.knownUIDs) + std::int64_t{1}, stored.uidNext);
-    if (start > std::numeric_limits<std::uint32_t>::max()) co_return std::vector<SyncedMessage>();
-    auto results = co_await uidFetch(client, path, fmt::format("{}:*", start), messageItems(*client));
-    std::vector<SyncedMessage> messages = syncedMessages(std::move(results), clock_.now());
-    // "n:*" always gives the last message, also when its number is lower.
-    std::erase_if(messages, [start](const SyncedMessage& message) { return message.uid < start; });
-    co_return messages;
+    if (start > std::numeric_limits<std::uint32_t>::max()) co_return;
+    auto heads = co_await fetchFrom(client, path, static_cast<std::uint32_t>(start));
+    take(std::move(heads), delta);
+}
+
+Async<void> SyncEngine::readHeadless(const Client& client, const std::string& path, const SyncState& stored,
+                                     MailboxDelta& delta) {
+    if (stored.headless.empty()) co_return;
+    auto heads = co_await fetchHeads(client, path, stored.headless);
+    std::erase_if(heads.fetched.messages, [](const SyncedMessage& message) { return !message.envelope; });
+    take(std::move(heads), delta);
 }
 
 Async<void> SyncEngine::readFlags(const Client& client, const std::string& path, const SyncState& stored,
@@ -268,8 +402,11 @@ Async<void> SyncEngine::readFlags(const Client& client, const std::string& path,
 
 Async<void> SyncEngine::readVanished(const Client& client, const std::string& path, const SyncState& stored,
                                      MailboxDelta& delta) {
-    const std::vector<std::uint32_t> found = co_await search(client, path, "UID " + uidSet(stored.knownUIDs));
-    const std::unordered_set<std::uint32_t> existing(found.begin(), found.end());
+    std::unordered_set<std::uint32_t> existing;
+    for (const auto& piece : setPieces(uidSet(stored.knownUIDs))) {
+        const auto found = co_await search(client, path, "UID " + piece);
+        existing.insert(found.begin(), found.end());
+    }
     std::ranges::copy_if(stored.knownUIDs, std::back_inserter(delta.vanished),
                          [&](std::uint32_t uid) { return !existing.contains(uid); });
 }
@@ -296,38 +433,38 @@ Async<void> SyncEngine::addSnippets(const Client& client, const std::string& pat
         const auto place = [&chunks, first](std::size_t number, const std::vector<IMAPFetchResult>& results) {
             placeSnippets(chunks[first + number], results);
         };
-        co_await client->locked([&] { return client->uidFetchEach(path, now, place); });
+        // A message without the beginning of its text is better than none.
+        co_await unlessRefused([&] { return client->locked([&] { return client->uidFetchEach(path, now, place); }); });
     }
 }
 
 // --- Messages ----------------------------------------------------------------------------------------------------
 
-Async<std::vector<SyncedMessage>> SyncEngine::fetchWithSnippets(const Client& client, const std::string& path,
-                                                                std::vector<std::uint32_t> uids) {
-    auto results = co_await uidFetch(client, path, uidSet(uids), messageItems(*client));
-    std::vector<SyncedMessage> messages = syncedMessages(std::move(results), clock_.now());
-    co_await addSnippets(client, path, messages);
-    co_return messages;
-}
-
-Async<std::vector<SyncedMessage>> SyncEngine::fetchOlder(std::string path, std::uint32_t oldestUID, std::size_t limit) {
-    return runOn(strand_, [this, oldestUID, limit, path = std::move(path)]() -> Async<std::vector<SyncedMessage>> {
-        if (oldestUID < 2) co_return std::vector<SyncedMessage>();
+Async<std::vector<std::uint32_t>> SyncEngine::olderUIDs(std::string path, std::uint32_t oldestUID) {
+    return runOn(strand_, [this, oldestUID, path = std::move(path)]() -> Async<std::vector<std::uint32_t>> {
+        std::vector<std::uint32_t> uids;
+        if (oldestUID < 2) co_return uids;
         const Client client = co_await connectedClient();
-        auto uids = co_await search(client, path, fmt::format("UID 1:{}", oldestUID - 1));
+        uids = co_await search(client, path, fmt::format("UID 1:{}", oldestUID - 1));
+        std::erase_if(uids, [oldestUID](std::uint32_t uid) { return uid >= oldestUID; });
         std::ranges::sort(uids);
-        if (uids.size() > limit) uids.erase(uids.begin(), uids.end() - static_cast<std::ptrdiff_t>(limit));
-        if (uids.empty()) co_return std::vector<SyncedMessage>();
-        co_return co_await fetchWithSnippets(client, path, std::move(uids));
+        uids.erase(std::ranges::unique(uids).begin(), uids.end());
+        co_return uids;
     });
 }
 
-Async<std::vector<SyncedMessage>> SyncEngine::fetchMessages(std::string path, std::vector<std::uint32_t> uids) {
+Async<std::vector<SyncedMessage>> SyncEngine::fetchMessages(std::string path, std::int64_t uidValidity,
+                                                            std::vector<std::uint32_t> uids) {
     return runOn(strand_,
-                 [this, path = std::move(path), uids = std::move(uids)]() -> Async<std::vector<SyncedMessage>> {
+                 [this, uidValidity, path = std::move(path),
+                  uids = std::move(uids)]() mutable -> Async<std::vector<SyncedMessage>> {
                      if (uids.empty()) co_return std::vector<SyncedMessage>();
                      const Client client = co_await connectedClient();
-                     co_return co_await fetchWithSnippets(client, path, uids);
+                     auto heads = co_await fetchHeads(client, path, std::move(uids));
+                     auto messages = std::move(heads.fetched.messages);
+                     co_await addSnippets(client, path, messages);
+                     refuseNewNumbers(*client, uidValidity);
+                     co_return messages;
                  });
 }
 
@@ -336,9 +473,7 @@ Async<std::vector<IMAPFetchResult>> SyncEngine::fetchWhole(const Client& client,
     std::vector<IMAPFetchResult> results;
     co_await client->locked([&]() -> Async<void> {
         results = co_await client->uidFetch(path, std::move(set), std::string(wholeMessageItems));
-        const auto& state = client->selectedState();
-        if (state && state->uidValidity != 0 && uidValidity != 0 && state->uidValidity != uidValidity)
-            throw IMAPError::unexpected("the messages have new numbers");
+        refuseNewNumbers(*client, uidValidity);
     });
     co_return results;
 }
@@ -453,15 +588,21 @@ Async<SyncEngine::Client> SyncEngine::idleClient() {
     co_return client;
 }
 
-Async<bool> SyncEngine::waitForChanges(std::string path, Duration timeout) {
-    return runOn(strand_, [this, timeout, path = std::move(path)]() -> Async<bool> {
+Async<bool> SyncEngine::waitForChanges(std::string path, IMAPSelectedState held, Duration timeout) {
+    return runOn(strand_, [this, timeout, held, path = std::move(path)]() -> Async<bool> {
         const Client client = co_await idleClient();
         if (!client->has("IDLE")) {
             co_await clock_.wait(std::min(timeout, longestBlindWait));
             co_return true;
         }
         try {
-            co_return co_await client->locked([&] { return client->idle(path, timeout); });
+            co_return co_await client->locked([&]() -> Async<bool> {
+                if (client->selectedPath() != path) {
+                    const IMAPSelectedState found = co_await client->select(path);
+                    if (differs(found, held)) co_return true;
+                }
+                co_return co_await client->idle(path, timeout);
+            });
         } catch (...) {
             // A cancelled wait leaves a good session. Dropping a bad one closes it.
             const bool isGood = isCancellation(std::current_exception()) && client->isConnected();

@@ -20,6 +20,8 @@
 
 namespace velmo {
 
+struct FetchedHeads;
+
 /// The server side of one account's synchronisation: turns what is held of a mailbox into what changed on the server.
 ///
 /// A serial object on a strand of its own, which its two sessions share; operations may be called from any executor,
@@ -48,10 +50,13 @@ class SyncEngine {
     /// What changed since `stored`. With nothing known, the newest messages; see MailboxDelta.
     Async<MailboxDelta> syncMailbox(std::string path, SyncState stored);
 
-    /// Up to `limit` of the newest messages below `oldestUID`.
-    Async<std::vector<SyncedMessage>> fetchOlder(std::string path, std::uint32_t oldestUID, std::size_t limit);
+    /// The UIDs below `oldestUID` that exist, ascending.
+    Async<std::vector<std::uint32_t>> olderUIDs(std::string path, std::uint32_t oldestUID);
 
-    Async<std::vector<SyncedMessage>> fetchMessages(std::string path, std::vector<std::uint32_t> uids);
+    /// Those of these messages that the server has. Fails with IMAPError::unexpected when they have new numbers since
+    /// `uidValidity` (0: unknown). One that the server refuses to tell about comes without a head.
+    Async<std::vector<SyncedMessage>> fetchMessages(std::string path, std::int64_t uidValidity,
+                                                    std::vector<std::uint32_t> uids);
 
     /// A whole message. Fails with IMAPError::unexpected when the server no longer has it, or has numbered its messages
     /// anew since `uidValidity` (0: unknown), so that the number may mean another one.
@@ -79,8 +84,9 @@ class SyncEngine {
     Async<bool> deleteByMessageID(std::string path, std::string messageID);
 
     /// Waits until a sync of the mailbox is worth while; false when `timeout` passed without a change. Uses a session
-    /// of its own. Where the server can't tell, a shorter wait ends with true.
-    Async<bool> waitForChanges(std::string path, Duration timeout);
+    /// of its own; when that opens the mailbox and finds it otherwise than `held`, the wait is over. Where the server
+    /// can't tell, a shorter wait ends with true.
+    Async<bool> waitForChanges(std::string path, IMAPSelectedState held, Duration timeout);
 
   private:
     using Client = std::shared_ptr<IMAPClient>;
@@ -93,14 +99,19 @@ class SyncEngine {
                                                     std::string messageID);
     Async<std::vector<IMAPFetchResult>> uidFetch(const Client& client, const std::string& path, std::string set,
                                                  std::string items, std::optional<std::uint64_t> changedSince = {});
-    Async<std::vector<SyncedMessage>> fetchWithSnippets(const Client& client, const std::string& path,
-                                                        std::vector<std::uint32_t> uids);
+    /// Heads that were fetched one slice at a time, as far as the server gives them.
+    struct Heads;
+    Async<Heads> withBare(const Client& client, const std::string& path, FetchedHeads fetched);
+    Async<Heads> fetchHeads(const Client& client, const std::string& path, std::vector<std::uint32_t> uids);
+    Async<Heads> fetchNewest(const Client& client, const std::string& path, std::int64_t exists);
+    Async<Heads> fetchFrom(const Client& client, const std::string& path, std::uint32_t first);
+    Async<void> readHeadless(const Client& client, const std::string& path, const SyncState& stored,
+                             MailboxDelta& delta);
+    static void take(Heads heads, MailboxDelta& delta);
     using Statuses = std::vector<std::optional<IMAPClient::MailboxStatus>>;
     static Async<Statuses> statusesOf(Client client, std::vector<std::string> paths);
     Async<MailboxDelta> syncFrom(const std::string& path, SyncState stored);
-    Async<std::vector<SyncedMessage>> firstMessages(const Client& client, const std::string& path, std::int64_t exists);
-    Async<std::vector<SyncedMessage>> newMessages(const Client& client, const std::string& path,
-                                                  const SyncState& stored, const IMAPSelectedState& state);
+    Async<void> readNew(const Client& client, const std::string& path, const SyncState& stored, MailboxDelta& delta);
     static Async<std::vector<IMAPFetchResult>> fetchWhole(const Client& client, const std::string& path,
                                                           std::int64_t uidValidity, std::string set);
     Async<void> readFlags(const Client& client, const std::string& path, const SyncState& stored, MailboxDelta& delta);

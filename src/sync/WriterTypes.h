@@ -25,6 +25,7 @@ struct SyncState {
     std::int64_t highestModSeq = 0; ///< 0: unknown
     std::int64_t oldestSyncedUID = 0;
     std::vector<std::uint32_t> knownUIDs; ///< ascending
+    std::vector<std::uint32_t> headless;  ///< some of those of which nothing but the UID could be had yet
 
     friend bool operator==(const SyncState&, const SyncState&) = default;
 };

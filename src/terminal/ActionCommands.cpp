@@ -3,6 +3,7 @@
 #include "base/Localisation.h"
 #include "base/Text.h"
 #include "terminal/MessageRows.h"
+#include "terminal/OutboxCommands.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -146,8 +147,25 @@ Async<void> run(Session& session, const ActionWords& words, Act act, const char*
     }
 }
 
+/// The last thing that a person did was to send.
+Async<void> undoSend(Session& session, UUID id) {
+    const bool isTaken = co_await takeBackAsDraft(session, id);
+    if (!isTaken) throw CommandError(tr("The message has been sent already."));
+    session.app.store().status().banner = std::optional<Banner>();
+    if (session.isJSON())
+        session.print({{"undone", tr("Message sent")}});
+    else
+        session.console.line(tr("Taken back, saved as draft."));
+}
+
 Async<void> undo(Session& session) {
     co_await session.app.openMail();
+    const auto& banner = *session.app.store().status().banner;
+    if (banner && banner->outboxID) {
+        const UUID id = *banner->outboxID;
+        co_await undoSend(session, id);
+        co_return;
+    }
     const auto what = actionsOf(session).undoable();
     if (!what) throw CommandError(tr("There is nothing to undo."));
     actionsOf(session).undo();

@@ -26,6 +26,8 @@ constexpr Duration patience{5'000};
 constexpr Duration look{50};
 /// For what is under way when the person quits.
 constexpr Duration mostForQuitting{8'000};
+/// For messages that are on their way out by then; what is not sent waits for the next start.
+constexpr Duration mostForSending{15'000};
 
 // --- Start -------------------------------------------------------------------------------------------------------
 
@@ -82,6 +84,7 @@ Async<int> runCommand(Application& application, Executors executors, CommandRequ
     Session session(application, executors, console, command->output);
     session.place = Session::Place::application;
     session.directory = request.directory;
+    application.accounts().refresh();
     co_await command->body(session);
     co_return ExitCode::done;
 }
@@ -143,9 +146,22 @@ Async<void> followAccounts(Application& application) {
     }
 }
 
+/// The person was told that these messages are sent.
+Async<void> sendTheRest(Application& application) {
+    Outbox* outbox = application.isOpen() ? application.outbox() : nullptr;
+    if (outbox == nullptr || !outbox->hasUnsent()) co_return;
+    SystemClock clock;
+    try {
+        co_await within(clock, mostForSending, [outbox] { return outbox->flush(); });
+    } catch (const UserError& error) {
+        log("Application").error("Messages wait in the outbox: {}", pub(error.sentence()));
+    }
+}
+
 /// What hangs must not keep the person from quitting: the store is left as after a crash, which it survives.
 Async<void> quit(Application& application, CommandServer& server, const Executors& executors, Console& console) {
     if (application.isOpen()) application.store().actions().commitPendingAction();
+    co_await sendTheRest(application);
     Task closing(executors.main, [&]() -> Async<void> {
         co_await server.stop();
         co_await application.close();

@@ -262,7 +262,12 @@ TEST(IMAPClientIdle, EndsAtTheFirstChange) {
             C: b5 IDLE
             S: + idling
             C: DONE
-            S: b5 NO whatever)",
+            S: b5 NO whatever
+            C: b6 IDLE
+            S: * 14 EXISTS
+            S: + idling
+            C: DONE
+            S: b6 OK)",
                               tlsServer(cut));
         IMAPClientRig rig(server, clock);
         rig.runtime.run([&]() -> Async<void> {
@@ -271,6 +276,8 @@ TEST(IMAPClientIdle, EndsAtTheFirstChange) {
             EXPECT_TRUE(changed);
             const bool again = co_await rig.client->idle("INBOX", Duration(1'000));
             EXPECT_FALSE(again);
+            const bool before = co_await rig.client->idle("INBOX", Duration(600'000));
+            EXPECT_TRUE(before) << "what came before the server was ready to wait";
         });
         EXPECT_EQ(server.verdict(), "");
     });
@@ -335,6 +342,25 @@ TEST(IMAPClientIdle, WhenCancelledLeavesTheSessionUsable) {
         co_await rig.client->locked([&]() -> Async<void> { co_await rig.client->execute("NOOP"); });
     }));
     EXPECT_EQ(server.verdict(), "");
+}
+
+TEST(IMAPClientIdle, WhenCancelledDoesNotWaitForAServerThatDoesNotEndIt) {
+    for (const char* after : {"PAUSE\n", "S: * OK 1\nS: * OK 2\nPAUSE\n"}) {
+        ManualClock clock;
+        ScriptedServer server(signInScript("IDLE") + selectScript + "S: + idling\nC: DONE\n" + after, tlsServer());
+        IMAPClientRig rig(server, clock);
+        rig.runtime.run([&] { return rig.client->connect(); });
+        Task task(rig.runtime.executors().background, [client = rig.client]() -> Async<void> {
+            static_cast<void>(co_await client->idle("INBOX", Duration(600'000)));
+        });
+        ASSERT_TRUE(eventually([&] { return clock.isDueIn(Duration(600'000)); }));
+        task.cancel();
+        ASSERT_TRUE(eventually([&] { return server.received().ends_with("DONE\r\n"); }));
+        ASSERT_TRUE(eventually([&] { return clock.isDueIn(Duration(3'000)); }));
+        clock.advance(Duration(3'000));
+        rig.runtime.run([&] { return task.finished(); });
+        EXPECT_FALSE(rig.client->isConnected());
+    }
 }
 
 TEST(IMAPClientIdle, FailsWithoutTheCapabilityAndWhenTheServerLeaves) {

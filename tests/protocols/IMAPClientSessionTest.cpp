@@ -116,6 +116,23 @@ TEST(IMAPClientSession, OpensAsAnnouncedOrFails) {
     }
 }
 
+TEST(IMAPClientSession, GivesUpAServerThatSendsWithoutEnd) {
+    SystemClock clock;
+    const auto tooMuch = IMAPError::connection(MailConnectionError::tooMuch("localhost"));
+    const std::string line(100'000, 'x');
+    std::string lines;
+    for (int i = 0; i <= 1'000; ++i) lines += "S: * OK still here\n";
+    const std::string asked = "S: * OK hi\nC: b1 CAPABILITY\n";
+    const std::string transcripts[]{"S> * OK " + line + "\nPAUSE\n", "S: * 1 X {9000000000000000000}\nPAUSE\n",
+                                    asked + lines + "PAUSE\n"};
+    for (const auto& transcript : transcripts) {
+        ScriptedServer server(transcript, ScriptedServer::Security::tls);
+        IMAPClientRig rig(server, clock, ServerConfig::Security::tls, MailCredential::password("ann", "secret"));
+        EXPECT_EQ(rig.failure([&] { return rig.client->connect(); }), tooMuch) << transcript.substr(0, 60);
+        EXPECT_FALSE(rig.client->isConnected());
+    }
+}
+
 TEST(IMAPClientSession, DropsWordsThatWereInjectedBeforeTLS) {
     SystemClock clock;
     ScriptedServer server(R"(

@@ -1,6 +1,7 @@
 // How bytes become responses, and responses messages.
 
 #include "protocols/IMAPBodyStructure.h"
+#include "protocols/IMAPClient.h"
 #include "protocols/IMAPEnvelope.h"
 #include "protocols/IMAPFetchResult.h"
 #include "protocols/IMAPMailbox.h"
@@ -236,6 +237,19 @@ TEST(IMAPAddress, IsFormattedForAHeader) {
                                                          {{"Ann B", "a@b"}, "Ann B <a@b>"},
                                                          {{"B., \"A\" \\", "a@b"}, "\"B., \\\"A\\\" \\\" <a@b>"}};
     for (const auto& [address, text] : cases) EXPECT_EQ(address.formatted(), text);
+}
+
+TEST(SetPieces, FitIntoACommandLineAndHoldEverything) {
+    std::vector<std::uint32_t> gaps;
+    for (std::uint32_t uid = 4'000'000'000; gaps.size() < 20'000; uid += 2) gaps.push_back(uid);
+    const std::string whole = uidSet(gaps);
+    std::string joined;
+    for (const auto& piece : setPieces(whole)) {
+        EXPECT_LE(piece.size(), longestSet);
+        joined += (joined.empty() ? "" : ",") + piece;
+    }
+    EXPECT_EQ(joined, whole);
+    EXPECT_EQ(setPieces("1:*"), std::vector<std::string>{"1:*"});
 }
 
 using Roles = std::vector<std::pair<std::string, MailboxRole>>;

@@ -68,6 +68,15 @@ class RealServer : public test::WithServers<testing::TestWithParam<std::tuple<La
         return context_->messages.page(query);
     }
 
+    IMAPSelectedState inboxState() {
+        const auto record = *context_->mailboxes.find(MailboxKey{account_, "INBOX"});
+        IMAPSelectedState state;
+        state.exists = record.totalCount;
+        state.uidValidity = static_cast<std::uint32_t>(record.uidValidity);
+        state.uidNext = static_cast<std::uint32_t>(record.uidNext);
+        return state;
+    }
+
     std::optional<MessageRecord> message(std::uint32_t uid) {
         return context_->messages.find(MailboxKey{account_, "INBOX"}, uid);
     }
@@ -172,7 +181,8 @@ TEST_P(QuietServer, TellsOfNewMailThroughIdleOrIsPolled) {
             };
             late = Task(runtime_.executors().io, deliver);
         }
-        const bool changed = co_await engine_->waitForChanges("INBOX", hasIdle ? Duration{20s} : Duration{50ms});
+        const bool changed =
+            co_await engine_->waitForChanges("INBOX", inboxState(), hasIdle ? Duration{20s} : Duration{50ms});
         EXPECT_TRUE(changed);
         const PassResult result = co_await pass();
         EXPECT_EQ(result.newMessages, hasIdle ? 1U : 0U);

@@ -65,7 +65,7 @@ std::vector<Scenario> scenarios() {
     const std::string uids = "S: * OK [UIDVALIDITY 7]\nS: * OK [UIDNEXT 10]\n";
     const auto first = [&](const std::string& exists, const std::string& set) {
         return selectScript("S: * " + exists + " EXISTS") + "C: b4 FETCH " + set + " (" + items +
-               ")\nS: * 1 FETCH (UID 9)\nS: * 2 FETCH (FLAGS ())\nS: b4 OK\n";
+               ")\nS: * 200 FETCH (UID 9 RFC822.SIZE 1)\nS: * 2 FETCH (FLAGS ())\nS: b4 OK\n";
     };
     const std::string search = "UID SEARCH UID 3:4,8\nS: * SEARCH 8 3\n";
     const std::string modSeq = "S: * 3 EXISTS\nS: * OK [HIGHESTMODSEQ 50]\n" + uids;
@@ -80,7 +80,7 @@ std::vector<Scenario> scenarios() {
          "CONDSTORE X-GM-EXT-1",
          stored(6, 10, 50, {3, 4}),
          selectScript(modSeq, true) + "C: b4 FETCH 1:* (" + items +
-             " X-GM-THRID)\nS: * 1 FETCH (UID 1 X-GM-THRID 5)\nS: b4 OK\n",
+             " X-GM-THRID)\nS: * 1 FETCH (UID 1 X-GM-THRID 5 RFC822.SIZE 1)\nS: b4 OK\n",
          {1},
          {},
          {},
@@ -121,6 +121,47 @@ std::vector<Scenario> scenarios() {
          {},
          {{8, {}}},
          {4}},
+        {"another client's flags come along, and a message in two pieces",
+         "",
+         stored(7, 4, 0, {1, 2, 3}),
+         selectScript("S: * 6 EXISTS\nS: * OK [UIDVALIDITY 7]\nS: * OK [UIDNEXT 7]\n") + "C: b4 UID FETCH 4:* (" +
+             items +
+             ")\nS: * 2 FETCH (UID 2 FLAGS (\\Seen))\nS: * 4 FETCH (UID 4 FLAGS (\\Seen))\n"
+             "S: * 5 FETCH (UID 5 FLAGS ())\nS: * 4 FETCH (UID 4 RFC822.SIZE 9)\nS: b4 OK\n"
+             "C: b5 UID FETCH 5 (" +
+             items +
+             ")\nS: * 5 FETCH (UID 5 RFC822.SIZE 8)\nS: b5 OK\n"
+             "C: b6 UID FETCH 1:3 (UID FLAGS)\nS: b6 OK\n"
+             "C: b7 UID SEARCH UID 1:3\nS: * SEARCH 1 2 3\nS: b7 OK\n",
+         {4, 5},
+         {{2, {"\\Seen"}}, {5, {}}},
+         {}},
+        {"a message that the server can't read hides none beside it",
+         "",
+         stored(7, 4, 0, {3}),
+         selectScript("S: * 5 EXISTS\nS: * OK [UIDVALIDITY 7]\nS: * OK [UIDNEXT 8]\n") + "C: b4 UID FETCH 4:* (" +
+             items +
+             ")\nS: b4 NO damaged\nC: b5 UID SEARCH UID 4:*\nS: * SEARCH 4 5 6 7\nS: b5 OK\n"
+             "C: b6 UID FETCH 4:7 (" +
+             items +
+             ")\nS: b6 NO damaged\n"
+             "C: b7 UID FETCH 4:5 (" +
+             items +
+             ")\nS: b7 NO damaged\n"
+             "C: b8 UID FETCH 4 (" +
+             items +
+             ")\nS: * 2 FETCH (UID 4 RFC822.SIZE 9)\nS: b8 OK\n"
+             "C: b9 UID FETCH 5 (" +
+             items +
+             ")\nS: b9 NO damaged\n"
+             "C: b10 UID FETCH 6:7 (" +
+             items +
+             ")\nS: * 4 FETCH (UID 6 RFC822.SIZE 9)\n"
+             "S: * 5 FETCH (UID 7 RFC822.SIZE 9)\nS: b10 OK\n"
+             "C: b11 UID FETCH 3 (UID FLAGS)\nS: b11 OK\nC: b12 UID SEARCH UID 3\nS: * SEARCH 3\nS: b12 OK\n",
+         {4, 5, 6, 7},
+         {},
+         {}},
         {"no modification sequences any more, flags of all",
          "CONDSTORE",
          stored(7, 10, 40, {3, 4, 8}),
@@ -170,7 +211,10 @@ TEST(SyncEngine, ReadsMessagesWithTheirSnippets) {
                     "C: b7 UID FETCH 11 (UID BODY.PEEK[2]<0.8000>)\n" +
                     "S: * 2 FETCH (UID 11 BODY[2]<0> \"<p>caf=C3=A9</p>\")\nS: b7 OK\n",
                 clock, cut);
-        const auto messages = rig.runtime.run([&] { return rig.engine->fetchOlder("INBOX", 20, 3); });
+        const auto older = rig.runtime.run([&] { return rig.engine->olderUIDs("INBOX", 20); });
+        EXPECT_EQ(older, (std::vector<std::uint32_t>{3, 10, 11, 12}));
+        const std::vector<std::uint32_t> wanted{10, 11, 12};
+        const auto messages = rig.runtime.run([&] { return rig.engine->fetchMessages("INBOX", 0, wanted); });
         ASSERT_EQ(uidsOf(messages), (std::vector<std::uint32_t>{10, 11, 12})) << rig.server.verdict();
         EXPECT_EQ(messages[0].flags, (std::set<std::string>{"$X", "\\Seen"}));
         EXPECT_EQ(messages[0].size, 321);
@@ -230,7 +274,11 @@ TEST(SyncEngine, AsksForSnippetsInChunksBySection) {
                 "S: b4 OK\nC: b5 UID FETCH 1:100 (UID BODY.PEEK[1]<0.1500>)\nS: * 7 FETCH (UID 7 BODY[1]<0> \"hi\")\n"
                 "S: b5 OK\nC: b6 UID FETCH 101 (UID BODY.PEEK[1]<0.1500>)\nS: b6 NO later\n",
             clock);
-    EXPECT_THROW(rig.runtime.run([&] { return rig.engine->syncMailbox("INBOX", {}); }), IMAPError);
+    // Refused, they are no reason to have no messages.
+    const MailboxDelta delta = rig.runtime.run([&] { return rig.engine->syncMailbox("INBOX", {}); });
+    ASSERT_EQ(delta.newMessages.size(), 101U);
+    EXPECT_EQ(delta.newMessages[6].snippet, "hi");
+    EXPECT_FALSE(delta.newMessages[100].snippet);
     EXPECT_EQ(rig.server.verdict(), "");
 }
 
@@ -321,7 +369,7 @@ TEST(SyncEngine, ActsOnMessagesByTheirIDs) {
         std::vector<std::uint32_t> uids{2, 1};
         const auto raw = co_await engine.fetchRawMessages("Snoozed", 7, std::move(uids));
         EXPECT_EQ(raw, (std::map<std::uint32_t, Bytes>{{2, "a\r\n"}}));
-        const auto none = co_await engine.fetchOlder("Snoozed", 1, 100);
+        const auto none = co_await engine.olderUIDs("Snoozed", 1);
         EXPECT_TRUE(none.empty());
     });
     const std::map<std::pair<std::int64_t, std::uint32_t>, const char*> failures{
@@ -341,7 +389,7 @@ TEST(SyncEngine, WaitsOnASessionOfItsOwnAndConnectsAgainAfterAFailure) {
     SystemClock clock;
     const std::string start = signInScript("IDLE") + "C: b3 SELECT \"INBOX\"\nS: b3 OK\nC: b4 IDLE\nS: + idling\n";
     Rig rig(start + "CLOSE\n---\n" + start + "S: * 4 EXISTS\nC: DONE\nS: b4 OK\n", clock);
-    const auto wait = [&] { return rig.engine->waitForChanges("INBOX", Duration(60'000)); };
+    const auto wait = [&] { return rig.engine->waitForChanges("INBOX", {}, Duration(60'000)); };
     EXPECT_THROW(rig.runtime.run(wait), IMAPError);
     EXPECT_TRUE(rig.runtime.run(wait));
     EXPECT_EQ(rig.credentials, 2);
@@ -353,7 +401,7 @@ TEST(SyncEngine, WithoutIdleWaitsShortlyAndAsksForASync) {
     Rig rig(signInScript(), clock);
     std::optional<bool> changed;
     Task task(rig.runtime.executors().background, [engine = rig.engine, &changed]() -> Async<void> {
-        changed = co_await engine->waitForChanges("INBOX", Duration(600'000));
+        changed = co_await engine->waitForChanges("INBOX", {}, Duration(600'000));
     });
     ASSERT_TRUE(eventually([&] { return clock.isDueIn(Duration(120'000)); }));
     clock.advance(Duration(120'000));

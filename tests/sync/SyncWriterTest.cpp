@@ -6,6 +6,7 @@
 #include "sync/SyncWriterSamples.h"
 
 #include <array>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace velmo { namespace {
@@ -54,7 +55,7 @@ TEST_F(SyncWriterTest, AFirstDeltaFillsTheMailbox) {
     EXPECT_EQ(inbox().unreadCount, 2);
     EXPECT_EQ(inbox().totalCount, 3);
     EXPECT_EQ(inbox().lastSynced, fixture_.clock->now());
-    EXPECT_EQ(writer().syncState(inbox_), (SyncState{1, 10, 10, 5, {5, 7, 9}}));
+    EXPECT_EQ(writer().syncState(inbox_), (SyncState{1, 10, 10, 5, {5, 7, 9}, {}}));
 
     EXPECT_TRUE(apply(delta({syncedMessage(10)}, 4, 11)).countsAsNews);
     EXPECT_EQ(inbox().oldestSyncedUID, 5);
@@ -63,6 +64,36 @@ TEST_F(SyncWriterTest, AFirstDeltaFillsTheMailbox) {
         writer().apply(delta({syncedMessage(1)}, 1, 2), {account_, "Unlisted"}, LabelNewMail::no).unseen.empty());
     EXPECT_EQ(context().messages.count({account_, "Unlisted"}), 0);
     EXPECT_EQ(writer().syncState({account_, "Unlisted"}), SyncState());
+}
+
+TEST_F(SyncWriterTest, AFillingBeginsAnewAndAnnouncesOnlyWhatIsNew) {
+    apply(delta({syncedMessage(5)}, 1, 10));
+    auto gone = delta({}, 0, 10);
+    gone.vanished = {5};
+    apply(gone);
+    auto filling = delta({syncedMessage(8), syncedMessage(111), syncedMessage(112)}, 300, 310);
+    filling.isFilling = true;
+    const auto applied = apply(filling);
+    EXPECT_EQ(inbox().oldestSyncedUID, 8) << "what is older is not held, and has to be found";
+    ASSERT_EQ(applied.unseen.size(), 2U) << "what was there before the last sync is no news";
+    EXPECT_EQ(applied.unseen.back().uid, 111U);
+}
+
+TEST_F(SyncWriterTest, AnAbsentItemChangesNothingAndAHeadIsMadeUpFor) {
+    SyncedMessage bare;
+    bare.uid = 7;
+    bare.hasFlags = false;
+    apply(delta({syncedMessage(5, {"\\Seen", "\\Flagged"}), bare}, 2, 10));
+    EXPECT_EQ(writer().syncState(inbox_).headless, std::vector<std::uint32_t>{7});
+    auto again = syncedMessage(5);
+    again.hasFlags = false;
+    apply(delta({again, bare}, 2, 10));
+    EXPECT_TRUE(context().messages.find(inbox_, 5)->isFlagged);
+    EXPECT_EQ(context().messages.count(inbox_), 2);
+    apply(delta({syncedMessage(7)}, 2, 10));
+    EXPECT_EQ(context().messages.find(inbox_, 7)->subject, "Message 7");
+    EXPECT_THAT(writer().syncState(inbox_).headless, testing::IsEmpty());
+    EXPECT_EQ(context().messages.count(inbox_), 2);
 }
 
 TEST_F(SyncWriterTest, ADeltaAppliedTwiceChangesNothing) {
@@ -269,18 +300,18 @@ TEST(MessageRecordMakerTest, ThreadsAreFoundInOrderOfPreference) {
     auto message = syncedMessage(4);
     message.envelope->messageID = "";
     message.envelope->inReplyTo = "";
-    EXPECT_EQ(threadKey(message), "uid:4");
+    EXPECT_EQ(threadKey(message, "INBOX"), "uid:INBOX:4");
     message.envelope->messageID = "<self@x>";
-    EXPECT_EQ(threadKey(message), "<self@x>");
+    EXPECT_EQ(threadKey(message, "INBOX"), "<self@x>");
     message.envelope->inReplyTo = "<parent@x>";
-    EXPECT_EQ(threadKey(message), "<parent@x>");
+    EXPECT_EQ(threadKey(message, "INBOX"), "<parent@x>");
     message.references = {"<root@x>", "<parent@x>"};
-    EXPECT_EQ(threadKey(message), "<root@x>");
+    EXPECT_EQ(threadKey(message, "INBOX"), "<root@x>");
     message.gmailThreadID = 18'000'000'000'000'000'000ULL;
-    EXPECT_EQ(threadKey(message), "gm:18000000000000000000");
+    EXPECT_EQ(threadKey(message, "INBOX"), "gm:18000000000000000000");
     message = syncedMessage(5);
     message.envelope.reset();
-    EXPECT_EQ(threadKey(message), "uid:5");
+    EXPECT_EQ(threadKey(message, "INBOX"), "uid:INBOX:5");
 }
 
 TEST(MessageRecordMakerTest, NewMailIsCategorised) {
