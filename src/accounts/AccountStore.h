@@ -69,9 +69,9 @@ class AccountStore {
     /// Takes over what other processes have done to the list.
     void refresh();
 
-    /// Stores the account in the place of the one with its ID, and its secret where a new one is given, once its servers
-    /// have accepted them; `onChange` follows. Throws AccountError, KeychainUnavailable or FileError, and then nothing
-    /// has changed. Does nothing for an account that is gone.
+    /// Stores the account in the place of the one with its ID, and its secret where a new one is given, once its
+    /// servers have accepted them; `onChange` follows. Throws AccountError, KeychainUnavailable or FileError, and then
+    /// nothing has changed. Does nothing for an account that is gone.
     Async<void> replace(MailAccount account, std::optional<std::string> secret);
 
     /// Lets go of connections that were made with what was replaced.

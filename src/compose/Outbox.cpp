@@ -155,8 +155,9 @@ Async<void> Outbox::recover(const OutboxItem& taken) {
         co_return;
     }
     co_await putBack(taken);
-    mail_.troubles().add(troubleOf(taken.id), taken.accountID,
-                         tr("“{}” was neither sent nor saved as a draft. It waits in the outbox.", shownSubject(taken)));
+    mail_.troubles().add(
+        troubleOf(taken.id), taken.accountID,
+        tr("“{}” was neither sent nor saved as a draft. It waits in the outbox.", shownSubject(taken)));
 }
 
 Async<void> Outbox::stop() {

@@ -102,8 +102,8 @@ class Outbox final : public MailService {
     /// Null when there is none.
     OutboxItemPointer item(const UUID& id) const;
 
-    /// Sends what a person has sent, without the rest of the time to take it back, and waits for the end of these sends.
-    /// What is scheduled, or waits for the person, stays.
+    /// Sends what a person has sent, without the rest of the time to take it back, and waits for the end of these
+    /// sends. What is scheduled, or waits for the person, stays.
     Async<void> flush();
 
     /// True when `flush` has something to do.

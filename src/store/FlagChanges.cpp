@@ -1,8 +1,10 @@
 #include "store/FlagChanges.h"
 
+#include "base/Localisation.h"
 #include "base/UserError.h"
 #include "store/SavedCache.h"
 
+#include <fmt/format.h>
 #include <utility>
 
 namespace velmo {
@@ -80,7 +82,17 @@ void FlagChanges::ended(const Sent& sent, const CommandOutcome& outcome) {
     }
     if (!outcome.failure || isCancellation(outcome.failure)) return;
     status_.showError(sentenceOf(outcome.failure));
+    tellFailure(sent, outcome.failure);
     if (outcome.isUncertain) syncs_.add(sent.group.mailbox);
+}
+
+void FlagChanges::tellFailure(const Sent& sent, const std::exception_ptr& failure) {
+    const auto mailbox = environment_.context.mailboxes.find(sent.group.mailbox);
+    const std::string name = mailbox ? mailbox->name : sent.group.mailbox.path;
+    environment_.troubles.add(
+        fmt::format("flag.{}.{}", sent.group.mailbox.accountID.text(), sent.group.mailbox.path),
+        sent.group.mailbox.accountID,
+        tr("Messages in {} could not be marked on the server and are as before. {}", name, sentenceOf(failure)));
 }
 
 /// Gives the messages of the command that nobody is changing any more, and whose flag has this value on the server.

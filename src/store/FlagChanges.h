@@ -61,6 +61,7 @@ class FlagChanges : public std::enable_shared_from_this<FlagChanges> {
     void send(Sent sent);
     static Async<void> run(std::weak_ptr<FlagChanges> weak, Sent sent);
     void ended(const Sent& sent, const CommandOutcome& outcome);
+    void tellFailure(const Sent& sent, const std::exception_ptr& failure);
     Settled settle(const Sent& sent, bool hasSucceeded, bool value);
 
     StoreEnvironment& environment_;

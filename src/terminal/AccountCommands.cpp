@@ -5,8 +5,10 @@
 #include "base/Localisation.h"
 #include "base/Text.h"
 #include "compose/WrittenMessage.h"
+#include "terminal/Failure.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 namespace velmo {
@@ -55,13 +57,13 @@ AccountDraft draftFrom(const AddWords& words) {
     return draft;
 }
 
-Async<std::string> passwordFor(Session& session, const AddWords& words) {
-    if (words.passwordFromInput) {
+Async<std::string> passwordFor(Session& session, const std::string& email, bool isFromInput) {
+    if (isFromInput) {
         auto line = co_await session.console.readLineFromInput();
         if (!line) throw CommandError(tr("There was no password on standard input."));
         co_return std::move(*line);
     }
-    auto prompt = tr("Password for {}: ", printable(text::repairedUTF8(words.email)));
+    auto prompt = tr("Password for {}: ", printable(text::repairedUTF8(email)));
     auto typed = co_await session.console.askSecret(std::move(prompt));
     if (!typed) throw CommandError(tr("There is no terminal to ask for the password; use --password-stdin."));
     co_return std::move(*typed);
@@ -105,7 +107,7 @@ Async<void> add(Session& session, const AddWords& words) {
     AccountDraft draft = draftFrom(words);
     // Such a provider takes no password; one that is typed here must not go out to it.
     if (signInKind(draft.provider) == SignInKind::oauth) throw AccountError::signInNotConfigured(draft.provider);
-    draft.password = co_await passwordFor(session, words);
+    draft.password = co_await passwordFor(session, words.email, words.passwordFromInput);
     AccountStore& store = session.app.accounts();
     auto showing = store.activity.onChange([&session, &store] {
         session.console.progress(store.activity->has_value() ? store.activity.get()->label() : std::string{});
@@ -122,8 +124,87 @@ Async<void> add(Session& session, const AddWords& words) {
         session.console.line(tr("{} is added. Bring in its mail with: velmo sync", printable(account.email)));
 }
 
-Async<void> remove(Session& session, const std::string& email) {
-    const MailAccount account = accountNamed(session, email);
+struct ChangeWords {
+    std::string email;
+    std::optional<std::string> username;
+    std::optional<ServerConfig> incoming, outgoing;
+    bool passwordFromInput = false;
+};
+
+/// Shows what takes a while.
+Async<void> proveAndReplace(Session& session, MailAccount account, std::optional<std::string> password) {
+    session.console.progress(tr("Checking the servers…"));
+    std::exception_ptr failure;
+    try {
+        co_await session.app.accounts().replace(account, std::move(password));
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    session.console.progress({});
+    if (failure) std::rethrow_exception(failure);
+    session.tellNotices();
+}
+
+Async<void> setPassword(Session& session, const ChangeWords& words) {
+    const MailAccount account = accountNamed(session, words.email);
+    if (signInKind(account.provider) == SignInKind::oauth) throw AccountError::signInNotConfigured(account.provider);
+    std::string password = co_await passwordFor(session, account.email, words.passwordFromInput);
+    co_await proveAndReplace(session, account, std::move(password));
+    if (session.isJSON())
+        session.print(jsonOf(session, account));
+    else
+        session.console.line(tr("Both servers accept the new password of {}.", printable(account.email)));
+}
+
+/// With the servers and the login name that the words give; the rest stays.
+Async<void> edit(Session& session, const ChangeWords& words) {
+    MailAccount account = accountNamed(session, words.email);
+    if (!words.username && !words.incoming && !words.outgoing)
+        throw UsageError(tr("Say what is to change: --imap, --smtp or --username. For a new password: velmo accounts "
+                            "password {}",
+                            printable(account.email)));
+    if (words.username) account.username = *words.username;
+    if (words.incoming) account.incoming = *words.incoming;
+    if (words.outgoing) account.outgoing = *words.outgoing;
+    co_await proveAndReplace(session, account, std::nullopt);
+    if (session.isJSON())
+        session.print(jsonOf(session, account));
+    else
+        session.console.line(tr("{} is changed.", printable(account.email)));
+}
+
+struct RemoveWords {
+    std::string email;
+    bool isConfirmed = false;
+};
+
+/// What has not been sent would never be.
+std::size_t unsentOf(Session& session, const UUID& accountID) {
+    const auto& items = *session.app.outbox()->items;
+    return static_cast<std::size_t>(
+        std::ranges::count(items, accountID, [](const auto& item) { return item->accountID; }));
+}
+
+Async<void> confirmRemoval(Session& session, const MailAccount& account, const RemoveWords& words) {
+    co_await session.app.openMail();
+    co_await session.app.outbox()->loaded();
+    const auto unsent = unsentOf(session, account.id);
+    if (words.isConfirmed && unsent == 0) co_return;
+    if (unsent > 0)
+        session.console.note(tr("Messages of {} that wait in the outbox and will not be sent: {}. See them with: velmo "
+                                "outbox",
+                                printable(account.email), unsent));
+    if (words.isConfirmed) co_return;
+    const auto answer = co_await session.confirmed(
+        tr("Remove {} with its mail on this machine and its password? What is on the server stays.",
+           printable(account.email)));
+    if (!answer) throw UsageError(tr("Nothing is removed without a yes. Say --yes."));
+    if (!*answer) throw CommandError(tr("Nothing is removed."));
+}
+
+Async<void> remove(Session& session, const RemoveWords& words) {
+    const MailAccount account = accountNamed(session, words.email);
+    co_await confirmRemoval(session, account, words);
     co_await session.app.remove(account.id);
     session.tellNotices();
     if (session.isJSON())
@@ -175,7 +256,7 @@ void addServerOption(CLI::App& command, const char* option, std::string what, st
 }
 
 void addAccountCommands(CLI::App& program, CommandBody& body) {
-    auto* accounts = program.add_subcommand("accounts", tr("List, add, name and remove mail accounts"));
+    auto* accounts = program.add_subcommand("accounts", tr("List, add, change and remove mail accounts"));
     accounts->require_subcommand(0, 1);
     accounts->callback([accounts, &body] {
         if (accounts->get_subcommands().empty()) body = list;
@@ -191,10 +272,26 @@ void addAccountCommands(CLI::App& program, CommandBody& body) {
     adding->add_flag("--password-stdin", words->passwordFromInput, tr("Read the password from standard input"));
     adding->callback([words, &body] { body = [words](Session& session) { return add(session, *words); }; });
 
-    auto email = std::make_shared<std::string>();
+    auto changed = std::make_shared<ChangeWords>();
+    auto* editing = accounts->add_subcommand("edit", tr("Give an account other servers or another login name"));
+    editing->add_option("EMAIL", changed->email, tr("Address of the account"))->required();
+    editing->add_option("--username", changed->username, tr("Login name, where it is not the address"));
+    addServerOption(*editing, "--imap", tr("Server for incoming mail"), changed->incoming);
+    addServerOption(*editing, "--smtp", tr("Server for outgoing mail"), changed->outgoing);
+    editing->callback([changed, &body] { body = [changed](Session& session) { return edit(session, *changed); }; });
+
+    auto secret = std::make_shared<ChangeWords>();
+    auto* replacing = accounts->add_subcommand("password", tr("Give an account its new password"));
+    replacing->add_option("EMAIL", secret->email, tr("Address of the account"))->required();
+    replacing->add_flag("--password-stdin", secret->passwordFromInput, tr("Read the password from standard input"));
+    replacing->callback(
+        [secret, &body] { body = [secret](Session& session) { return setPassword(session, *secret); }; });
+
+    auto gone = std::make_shared<RemoveWords>();
     auto* removing = accounts->add_subcommand("remove", tr("Remove an account with its local mail"));
-    removing->add_option("EMAIL", *email, tr("Address of the account"))->required();
-    removing->callback([email, &body] { body = [email](Session& session) { return remove(session, *email); }; });
+    removing->add_option("EMAIL", gone->email, tr("Address of the account"))->required();
+    removing->add_flag("--yes", gone->isConfirmed, tr("Remove it without asking"));
+    removing->callback([gone, &body] { body = [gone](Session& session) { return remove(session, *gone); }; });
 
     auto named = std::make_shared<std::pair<std::string, std::string>>();
     auto* naming = accounts->add_subcommand("name", tr("Set the name that stands in front of the address"));

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <nlohmann/json.hpp>
+#include <set>
 
 namespace velmo {
 
@@ -16,7 +17,9 @@ namespace {
 
 struct ActionWords {
     std::vector<std::int64_t> ids;
-    std::string text; ///< path or key
+    std::string text;      ///< path or key
+    bool needsYes = false; ///< it can't be undone for long
+    bool isConfirmed = false;
 };
 
 using Records = std::vector<MessageRecord>;
@@ -90,6 +93,9 @@ Taken removeLabel(Session& session, const Records& records, const ActionWords& w
     return setLabel(session, records, words, LabelChange::remove);
 }
 
+/// How long a command waits for the server before it says that it is done here.
+constexpr Duration mostForServer{4'000};
+
 std::optional<UUID> bannerID(Session& session) {
     const auto& banner = session.app.store().status().banner.get();
     return banner ? std::optional(banner->id) : std::nullopt;
@@ -116,10 +122,33 @@ std::string whyNone(Session& session, const Records& records) {
 
 void tell(Session& session, const std::string& done, bool canUndo) {
     std::string line = done.empty() ? tr("Done") : done;
-    if (canUndo) line += " " + tr("(for a few seconds you can take it back with: velmo undo)");
+    if (canUndo)
+        line += " " + tr("(the server hears of it in a few seconds; until then take it back with: velmo undo)");
     session.console.line(printable(line));
     if (session.app.isShowingSamples())
         session.console.note(tr("This is sample mail: the next command finds it as it was."));
+}
+
+/// What a server does not hear of now may come back later.
+void tellOutOfReach(Session& session, const Records& records) {
+    std::set<UUID> accounts;
+    for (const auto& record : records) accounts.insert(record.accountID);
+    for (const auto& id : accounts) {
+        const SyncStatus status = session.app.store().status().of(id);
+        if (status.kind == SyncStatus::Kind::failed)
+            session.console.note(tr("The mail server did not answer the last time: {}", printable(status.text)));
+    }
+}
+
+/// A script that deletes means it; a person may have mistaken a number.
+Async<void> confirmDeletion(Session& session, const Records& records) {
+    if (!session.console.inputIsTerminal()) co_return;
+    for (const auto& record : records)
+        session.console.note(
+            fmt::format("{}  {}  {}", record.id, printable(record.fromEmail), printable(record.subject)));
+    const auto answer = co_await session.confirmed(
+        trCount("Delete this message for good?", "Delete these messages for good?", records.size()));
+    if (!answer.value_or(false)) throw CommandError(tr("Nothing is deleted."));
 }
 
 /// In a process of its own an action is carried out before the process ends; in the running application it can be
@@ -127,11 +156,17 @@ void tell(Session& session, const std::string& done, bool canUndo) {
 Async<void> run(Session& session, const ActionWords& words, Act act, const char* name) {
     co_await session.app.openMail();
     const Records records = messagesNumbered(session, words.ids);
+    if (words.needsYes && !words.isConfirmed) co_await confirmDeletion(session, records);
     const auto before = bannerID(session);
     const Taken taken = act(session, records, words);
     const std::string done = newBannerText(session, before);
     if (taken.empty()) throw CommandError(whyNone(session, records));
     const bool canUndo = !done.empty() && session.place == Session::Place::application;
+    tellOutOfReach(session, records);
+    if (!canUndo && session.place == Session::Place::application) {
+        co_await within(session.app.clock(), mostForServer, [&session] { return actionsOf(session).finished(); });
+        newBannerText(session, before);
+    }
     if (session.place == Session::Place::ownProcess) {
         actionsOf(session).commitPendingAction();
         co_await actionsOf(session).finished();
@@ -212,8 +247,12 @@ void addLabelAction(CLI::App& program, CommandBody& body, const char* name, cons
 }
 
 void addActionCommands(CLI::App& program, CommandBody& body) {
-    for (const auto& [name, help, act] : simpleActions)
-        addAction(program, body, name, help, act, std::make_shared<ActionWords>());
+    for (const auto& [name, help, act] : simpleActions) {
+        const auto words = std::make_shared<ActionWords>();
+        words->needsYes = std::string_view(name) == "delete";
+        auto* command = addAction(program, body, name, help, act, words);
+        if (words->needsYes) command->add_flag("--yes", words->isConfirmed, tr("Delete without asking"));
+    }
     auto moveWords = std::make_shared<ActionWords>();
     addAction(program, body, "move", "Move messages to a mailbox of their account", move, moveWords)
         ->add_option("--to", moveWords->text, tr("Path of the mailbox"))

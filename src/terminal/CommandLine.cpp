@@ -38,6 +38,7 @@ Async<void> runHere(const Executors& executors, const Command& command, Console&
         failure = std::current_exception();
     }
     co_await ignoreCancellation();
+    session.tellTroubles(failure);
     co_await application.close();
     if (failure) std::rethrow_exception(failure);
 }

@@ -140,9 +140,13 @@ MessageRecord draftNumbered(Session& session, std::int64_t id) {
     return draft;
 }
 
-Async<void> deleteNumbered(Session& session, std::int64_t id) {
+Async<void> deleteNumbered(Session& session, std::int64_t id, bool isConfirmed) {
     co_await openOutbox(session);
     const MessageRecord draft = draftNumbered(session, id);
+    if (!isConfirmed && session.console.inputIsTerminal()) {
+        const auto answer = co_await session.confirmed(tr("Delete the draft “{}” for good?", printable(draft.subject)));
+        if (!answer.value_or(false)) throw CommandError(tr("Nothing is deleted."));
+    }
     const auto account = session.app.store().environment().account(draft.accountID);
     if (account) co_await session.app.store().filing().deleteDraft(*account, draft);
     if (session.isJSON())
@@ -254,7 +258,11 @@ void addDraftCommands(CLI::App& program, CommandBody& body) {
     auto* deleting = drafts->add_subcommand("delete", tr("Delete a draft for good"));
     auto id = std::make_shared<std::int64_t>();
     deleting->add_option("ID", *id, tr("Number of the draft"))->required();
-    deleting->callback([id, &body] { body = [id](Session& session) { return deleteNumbered(session, *id); }; });
+    auto isConfirmed = std::make_shared<bool>(false);
+    deleting->add_flag("--yes", *isConfirmed, tr("Delete it without asking"));
+    deleting->callback([id, isConfirmed, &body] {
+        body = [id, isConfirmed](Session& session) { return deleteNumbered(session, *id, *isConfirmed); };
+    });
 }
 
 }

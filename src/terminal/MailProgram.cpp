@@ -85,7 +85,14 @@ Async<int> runCommand(Application& application, Executors executors, CommandRequ
     session.place = Session::Place::application;
     session.directory = request.directory;
     application.accounts().refresh();
-    co_await command->body(session);
+    std::exception_ptr failure;
+    try {
+        co_await command->body(session);
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    session.tellTroubles(failure);
+    if (failure) std::rethrow_exception(failure);
     co_return ExitCode::done;
 }
 

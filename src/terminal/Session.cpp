@@ -20,6 +20,13 @@ Async<std::optional<bool>> Session::confirmed(std::string question) {
     co_return text::startsWithIgnoringCase(text::trimmed(*answer), "y");
 }
 
+void Session::tellTroubles(const std::exception_ptr& failure) {
+    if (!app.isOpen()) return;
+    const std::string told = failure && !isCancellation(failure) ? sentenceOf(failure) : std::string();
+    for (const auto& trouble : app.store().troubles().takeUntold())
+        if (told.empty() || !trouble.text.contains(told)) console.note(printable(trouble.text));
+}
+
 void Session::tellNotices() {
     if (const auto notice = app.keychain().notice()) console.note(*notice);
 }

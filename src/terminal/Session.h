@@ -5,6 +5,7 @@
 #include "base/UserError.h"
 #include "terminal/Console.h"
 
+#include <exception>
 #include <filesystem>
 #include <functional>
 #include <nlohmann/json_fwd.hpp>
@@ -40,6 +41,10 @@ struct Session {
 
     /// Asks a person at the terminal, who answers with a word that begins with "y"; absent when there is nobody to ask.
     Async<std::optional<bool>> confirmed(std::string question);
+
+    /// Says once what has failed since the last command, on standard error; not what `failure`, with which this one
+    /// ends, says anyway.
+    void tellTroubles(const std::exception_ptr& failure);
 
     /// Shows what the keychain has to tell the person.
     void tellNotices();

@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <memory>
 #include <nlohmann/json.hpp>
 
 namespace velmo {
@@ -48,6 +49,38 @@ json jsonOf(const std::optional<Banner>& banner) {
     return {{"text", banner->text}, {"canUndo", banner->canUndo}, {"isError", banner->isError}};
 }
 
+json jsonOf(Session& session, const Trouble& trouble) {
+    const auto account =
+        trouble.accountID ? session.app.store().environment().account(*trouble.accountID) : std::nullopt;
+    return {{"key", trouble.key},
+            {"account", account ? json(account->email) : json(nullptr)},
+            {"at", iso8601(trouble.at)},
+            {"text", trouble.text}};
+}
+
+json troublesOf(Session& session) {
+    auto list = json::array();
+    for (const auto& trouble : *session.app.store().troubles().all) list.push_back(jsonOf(session, trouble));
+    return list;
+}
+
+void tellTroubles(Session& session, Date now) {
+    const auto& troubles = *session.app.store().troubles().all;
+    if (troubles.empty()) return;
+    session.console.line(tr("What failed and still stands (velmo status --dismiss takes it off the list):"));
+    for (const auto& trouble : troubles)
+        session.console.line(fmt::format("  {}  {}", shortDate(trouble.at, now), printable(trouble.text)));
+}
+
+Async<void> dismiss(Session& session) {
+    co_await session.app.openMail();
+    session.app.store().troubles().settleAll({});
+    if (session.isJSON())
+        session.print({{"troubles", json::array()}});
+    else
+        session.console.line(tr("The list of what failed is empty."));
+}
+
 Async<void> status(Session& session) {
     co_await session.app.openMail();
     MailStore& store = session.app.store();
@@ -74,6 +107,7 @@ Async<void> status(Session& session) {
     if (session.isJSON()) {
         session.print({{"accounts", std::move(accounts)},
                        {"banner", jsonOf(store.status().banner.get())},
+                       {"troubles", troublesOf(session)},
                        {"isRunning", session.place == Session::Place::application},
                        {"indexBytes", indexBytes}});
         co_return;
@@ -81,6 +115,7 @@ Async<void> status(Session& session) {
     for (const auto& line : tableLines(rows)) session.console.line(line);
     session.console.line(tr("Search index: {} kB", indexBytes / 1000));
     if (const auto& banner = store.status().banner.get()) session.console.line(printable(banner->text));
+    tellTroubles(session, now);
 }
 
 // --- watch ----------------------------------------------------------------------------------------------------------
@@ -126,7 +161,9 @@ Async<void> watch(Session& session) {
 
 void addStatusCommands(CLI::App& program, CommandBody& body) {
     auto* telling = program.add_subcommand("status", tr("Show how each account stands"));
-    telling->callback([&body] { body = status; });
+    auto isDismissing = std::make_shared<bool>(false);
+    telling->add_flag("--dismiss", *isDismissing, tr("Take off the list what failed"));
+    telling->callback([&body, isDismissing] { body = *isDismissing ? dismiss : status; });
     auto* watching = program.add_subcommand("watch", tr("Show new mail as it arrives, until interrupted"));
     watching->callback([&body] { body = watch; });
 }

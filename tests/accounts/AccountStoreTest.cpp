@@ -24,6 +24,7 @@ class FullSettings final : public Settings {
         throw FileError("settings.json", std::make_error_code(std::errc::no_space_on_device));
     }
     void remove(std::string_view) override {}
+    void update(std::string_view key, const Edit& edit) override { set(key, edit(std::nullopt)); }
     std::vector<std::string> keys() const override { return {}; }
 };
 
@@ -95,6 +96,20 @@ TEST_F(AccountStoreTest, ADamagedListIsReplacedByTheFirstChangeOnly) {
     EXPECT_EQ(settings.data("mailAccounts"), "[{]");
     add(account("a@x.org"));
     EXPECT_THAT(emails(*fresh()), ElementsAre("a@x.org"));
+}
+
+TEST_F(AccountStoreTest, TwoProcessesLoseNoAccountOfEachOther) {
+    const auto other = fresh();
+    const auto a = account("a@x.org"), b = account("b@x.org"), c = account("c@x.org");
+    add(a);
+    runtime.run([&] { return other->add(b, "secret"); });
+    add(c);
+    EXPECT_THAT(emails(*store), ElementsAre("a@x.org", "b@x.org", "c@x.org"));
+    remove(a.id);
+    other->move(b.id, 1);
+    EXPECT_THAT(emails(*fresh()), ElementsAre("c@x.org", "b@x.org"));
+    store->refresh();
+    EXPECT_THAT(emails(*store), ElementsAre("c@x.org", "b@x.org"));
 }
 
 TEST_F(AccountStoreTest, RemovingTellsOthersFirstAndLeavesNothing) {

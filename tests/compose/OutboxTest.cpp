@@ -262,6 +262,40 @@ TEST_F(OutboxTest, AServerOutOfReachForAnHourIsTold) {
     EXPECT_THAT(troubles(), IsEmpty());
 }
 
+TEST_F(OutboxTest, AtTheEndSendsWhatThePersonHasSentAndNothingElse) {
+    auto scheduled = item(1h, "scheduled");
+    scheduled.isScheduled = true;
+    enqueue(scheduled);
+    EXPECT_FALSE(outbox_->hasUnsent());
+    auto failed = item(0s, "failed");
+    failed.sendAt = OutboxItem::distantFuture;
+    failed.failure = "why";
+    enqueue(failed);
+    EXPECT_FALSE(outbox_->hasUnsent());
+    enqueue(item(10s, "just sent"));
+    EXPECT_TRUE(outbox_->hasUnsent());
+    store_->run([this] { return outbox_->flush(); });
+    ASSERT_EQ(delivered_.size(), 1U);
+    EXPECT_THAT(delivered_.front(), HasSubstr("just sent"));
+    EXPECT_EQ(outbox_->items->size(), 2U);
+}
+
+TEST_F(OutboxTest, ANewPasswordSendsWhatTheOldOneCouldNot) {
+    OutboxItem refused = item(0s);
+    refused.sendAt = OutboxItem::distantFuture;
+    refused.failure = SMTPError::authenticationFailed().sentence();
+    OutboxItem other = refused;
+    other.id = UUID::random();
+    other.failure = "no such person";
+    enqueue(refused);
+    enqueue(other);
+    outbox_->accountChanged(home_.account.id);
+    ASSERT_TRUE(eventually([&] { return delivered_.size() == 1; }));
+    settle();
+    EXPECT_FALSE(outbox_->item(refused.id));
+    EXPECT_TRUE(outbox_->item(other.id));
+}
+
 TEST_F(OutboxTest, ReadsWhatAnotherProcessLeftAndSetsDamagedFilesAside) {
     OutboxItem whole = item(-1h);
     whole.cc = {{"Zoë, Q.", "zoe@example.test"}};
