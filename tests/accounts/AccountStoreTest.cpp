@@ -106,6 +106,7 @@ TEST_F(AccountStoreTest, TwoProcessesLoseNoAccountOfEachOther) {
     add(c);
     EXPECT_THAT(emails(*store), ElementsAre("a@x.org", "b@x.org", "c@x.org"));
     remove(a.id);
+    other->refresh();
     other->move(b.id, 1);
     EXPECT_THAT(emails(*fresh()), ElementsAre("c@x.org", "b@x.org"));
     store->refresh();
