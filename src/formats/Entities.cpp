@@ -1,6 +1,7 @@
 #include "formats/Entities.h"
 
 #include "base/Text.h"
+#include "formats/EntityNames.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -11,8 +12,10 @@ namespace velmo {
 namespace {
 
 /// How far behind "&" its ";" may stand, in characters.
-constexpr std::size_t reach = 12;
+constexpr std::size_t reach = longestEntityName + 1;
 
+/// What a text needs otherwise than a page: blanks that break a line, and nothing for what is not seen. In any case, as
+/// senders write the common ones.
 constexpr struct {
     std::string_view name;
     std::string_view text;
@@ -29,12 +32,13 @@ std::optional<std::string> numbered(std::string_view reference) {
     const bool hexadecimal = reference.starts_with('x') || reference.starts_with('X');
     if (hexadecimal) reference.remove_prefix(1);
     if (reference.empty()) return std::nullopt;
-    std::uint64_t value = 0; // a reference is too short to overflow it
+    std::uint64_t value = 0;
     for (const char c : reference) {
         const int digit = text::hexValue(c);
-        if (digit < 0 || (!hexadecimal && digit > 9)) return std::nullopt;
+        if (digit < 0 || (!hexadecimal && digit > 9) || value > 0x10FFFF) return std::nullopt;
         value = value * (hexadecimal ? 16 : 10) + static_cast<std::uint64_t>(digit);
     }
+    if (value == 0) return "\uFFFD";
     if (value > 0x10FFFF || (value >= 0xD800 && value <= 0xDFFF)) return std::nullopt;
     std::string character;
     text::appendUTF8(character, static_cast<char32_t>(value));
@@ -45,8 +49,9 @@ std::optional<std::string> replacement(std::string_view reference) {
     if (reference.starts_with('#')) return numbered(reference);
     const auto* found =
         std::ranges::find_if(names, [&](const auto& known) { return text::equalsIgnoringCase(reference, known.name); });
-    if (found == std::end(names)) return std::nullopt;
-    return std::string(found->text);
+    if (found != std::end(names)) return std::string(found->text);
+    const auto named = namedEntity(reference);
+    return named ? std::optional(std::string(*named)) : std::nullopt;
 }
 
 }

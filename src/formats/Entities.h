@@ -5,7 +5,8 @@
 
 namespace velmo {
 
-/// Text with its HTML character references replaced: the numeric ones, and the names that mail uses. Others stay.
+/// Text with its HTML character references replaced: the numeric ones, and all names that HTML has. Others stay. Never
+/// gives NUL.
 std::string decodeEntities(std::string_view text);
 
 }

@@ -1,14 +1,31 @@
 #include "formats/HeadReader.h"
 
 #include "base/Text.h"
+#include "formats/TextDecoding.h"
 
 #include <algorithm>
 
 namespace velmo {
 
+namespace {
+
+/// Bytes that no charset is told for go through the usual guesses, line by line: one field says nothing of another.
+std::string decodedLines(BytesView head) {
+    std::string decoded;
+    while (!head.empty()) {
+        const auto lineFeed = head.find('\n');
+        const auto line = head.substr(0, lineFeed == BytesView::npos ? head.size() : lineFeed + 1);
+        decoded += decodeText(line, "");
+        head.remove_prefix(line.size());
+    }
+    return decoded;
+}
+
+}
+
 HeadReader::HeadReader(BytesView head) : rest_(head) {
     if (text::isValidUTF8(head)) return;
-    repaired_ = text::repairedUTF8(head);
+    repaired_ = decodedLines(head);
     rest_ = repaired_;
 }
 

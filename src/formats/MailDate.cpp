@@ -21,19 +21,15 @@ enum class Zone { offset, named };
 
 struct Pattern {
     Weekday weekday;
-    Year year;
     Seconds seconds;
     Zone zone;
 };
 
-/// The shapes of a date that senders write; any other text is none.
+/// The shapes of a date that senders write, each with a year of four digits or of two; any other text is none.
 constexpr Pattern patterns[] = {
-    {Weekday::leading, Year::fourDigits, Seconds::present, Zone::offset},
-    {Weekday::none, Year::fourDigits, Seconds::present, Zone::offset},
-    {Weekday::leading, Year::fourDigits, Seconds::none, Zone::offset},
-    {Weekday::leading, Year::fourDigits, Seconds::present, Zone::named},
-    {Weekday::none, Year::fourDigits, Seconds::present, Zone::named},
-    {Weekday::leading, Year::twoDigits, Seconds::present, Zone::offset},
+    {Weekday::leading, Seconds::present, Zone::offset}, {Weekday::none, Seconds::present, Zone::offset},
+    {Weekday::leading, Seconds::none, Zone::offset},    {Weekday::leading, Seconds::present, Zone::named},
+    {Weekday::none, Seconds::present, Zone::named},
 };
 
 constexpr std::array<std::string_view, 7> weekdays{"monday", "tuesday",  "wednesday", "thursday",
@@ -74,12 +70,12 @@ class PatternReader {
   public:
     explicit PatternReader(std::string_view text) : rest_(text) {}
 
-    std::optional<Date> read(const Pattern& pattern) {
+    std::optional<Date> read(const Pattern& pattern, Year year) {
         if (pattern.weekday == Weekday::leading && !takeWeekday()) return std::nullopt;
         CivilTime time;
         const bool fits = takeNumber(time.day, 1, 2) && takeBlank() && takeMonth(time) && takeBlank() &&
-                          takeYear(time, pattern.year) && takeBlank() && takeNumber(time.hour, 1, 2) &&
-                          takeCharacter(':') && takeNumber(time.minute, 1, 2) &&
+                          takeYear(time, year) && takeBlank() && takeNumber(time.hour, 1, 2) && takeCharacter(':') &&
+                          takeNumber(time.minute, 1, 2) &&
                           (pattern.seconds == Seconds::none || (takeCharacter(':') && takeNumber(time.second, 1, 2))) &&
                           takeBlank() && takeZone(time, pattern.zone) && rest_.empty();
         return fits ? dateFrom(time) : std::nullopt;
@@ -170,7 +166,8 @@ class PatternReader {
 std::optional<Date> parseDate(std::string_view text) {
     const std::string plain = collapsedWhiteSpace(withoutComments(text));
     for (const auto& pattern : patterns)
-        if (const auto date = PatternReader(plain).read(pattern)) return date;
+        for (const auto year : {Year::fourDigits, Year::twoDigits})
+            if (const auto date = PatternReader(plain).read(pattern, year)) return date;
     return std::nullopt;
 }
 

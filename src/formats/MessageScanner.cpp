@@ -1,6 +1,8 @@
 #include "formats/MessageScanner.h"
 
+#include "base/Text.h"
 #include "formats/TextDecoding.h"
+#include "formats/UUEncoding.h"
 
 #include <algorithm>
 #include <utility>
@@ -30,8 +32,10 @@ MessageScanner::Cut MessageScanner::nextCut() {
         if (lineFeed != BytesView::npos && line.ends_with('\r')) line.remove_suffix(1);
         if (const auto cut = cutAt(line, next)) return *cut;
         const Entity& innermost = open_.back();
-        const bool endsHead = innermost.state == State::head && line.empty() && position_ > innermost.start &&
-                              lineFeed != BytesView::npos;
+        // A part may have no head at all (RFC 2046 §5.1), and some programs leave blanks in the line between.
+        const bool mayBeEmpty = innermost.need == Need::whenNotEmpty;
+        const bool endsHead = innermost.state == State::head && lineFeed != BytesView::npos &&
+                              (mayBeEmpty || position_ > innermost.start) && text::trimmed(line, " \t").empty();
         if (endsHead) endHead(position_, next);
         position_ = next;
     }
@@ -75,6 +79,7 @@ void MessageScanner::endHead(std::size_t headEnd, std::size_t bodyStart) {
     const bool wantsHeaders = open_.size() == 1 && headers_ != nullptr;
     if (wantsHeaders) *headers_ = MIMEHeaders::parse(head);
     leaf_ = (wantsHeaders ? ContentFields::of(*headers_) : ContentFields::of(head)).info();
+    entity.isBare = head.empty();
     entity.start = bodyStart;
     switch (leaf_.kind) {
     case PartKind::alternative:
@@ -110,7 +115,9 @@ std::optional<Bytes> MessageScanner::closeEntities(const Cut& cut) {
             endHead(std::max(entity.start, cut.end), cut.end);
             continue;
         }
-        if (entity.state == State::leaf) {
+        // An empty line that belongs to the delimiter of an outer multipart is no part.
+        const bool isNothing = entity.isBare && entity.need == Need::whenNotEmpty && !isDelimited;
+        if (entity.state == State::leaf && !(isNothing && entity.start > cut.end)) {
             entity.state = State::embedded;
             if (auto message = closeLeaf(slice(entity.start, cut.end))) {
                 entity.hasScope = true;
@@ -129,7 +136,7 @@ std::optional<Bytes> MessageScanner::closeLeaf(BytesView body) {
         body = decoded;
     }
     switch (leaf_.kind) {
-    case PartKind::plainText: assembler_.addPlainText(decodeText(body, leaf_.charset)); break;
+    case PartKind::plainText: addPlainText(body); break;
     case PartKind::html: assembler_.addHTML(decodeText(body, leaf_.charset)); break;
     case PartKind::embedded: assembler_.openEmbedded(); return decoded;
     default:
@@ -137,6 +144,23 @@ std::optional<Bytes> MessageScanner::closeLeaf(BytesView body) {
         assembler_.addAttachment(std::move(leaf_.attachment));
     }
     return std::nullopt;
+}
+
+/// Files that older programs put into the text become what they are.
+void MessageScanner::addPlainText(BytesView body) {
+    UUEncodedText text = takeUUEncodedFiles(body);
+    if (text.files.empty()) {
+        assembler_.addPlainText(decodeText(body, leaf_.charset));
+        return;
+    }
+    assembler_.addPlainText(decodeText(text.rest, leaf_.charset));
+    for (auto& file : text.files) {
+        MIMEAttachment attachment;
+        attachment.filename = decodeText(file.name, leaf_.charset);
+        attachment.mimeType = "application/octet-stream";
+        attachment.data = std::move(file.data);
+        assembler_.addAttachment(std::move(attachment));
+    }
 }
 
 void MessageScanner::popEntity() {

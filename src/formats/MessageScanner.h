@@ -37,6 +37,7 @@ class MessageScanner {
         Need need = Need::always; // whether it is a part at all when nothing is in it
         bool hasScope = false;
         bool hasBoundary = false;
+        bool isBare = false; ///< without a head
     };
 
     /// Where open parts end.
@@ -54,6 +55,7 @@ class MessageScanner {
     void endHead(std::size_t headEnd, std::size_t bodyStart);
     std::optional<Bytes> closeEntities(const Cut& cut);
     std::optional<Bytes> closeLeaf(BytesView body);
+    void addPlainText(BytesView body);
     void popEntity();
     void continueAfter(const Cut& cut);
     BytesView slice(std::size_t start, std::size_t end) const;

@@ -28,7 +28,7 @@ PartKind kindOf(const std::string& type, const StructuredValue& disposition, boo
     if (type == "message/rfc822" && !detached) return PartKind::embedded;
     if (detached || (hasFilename && !type.starts_with("text/"))) return PartKind::attachment;
     if (type == "text/html") return PartKind::html;
-    return type.empty() || type == "text/plain" ? PartKind::plainText : PartKind::attachment;
+    return type.empty() || type == "text" || type == "text/plain" ? PartKind::plainText : PartKind::attachment;
 }
 
 }

@@ -113,10 +113,10 @@ class ParameterCollector {
         }
     }
 
-    /// The form with a charset is the better one of the same name, whatever their order (RFC 6266 §4.3).
+    /// The form with a charset, or in sections, is the better one of the same name, whatever their order (RFC 6266
+    /// §4.3).
     Parameters finished() && {
         Parameters all = std::move(extended_);
-        all.merge(plain_);
         std::ranges::stable_sort(sections_, {}, [](const Section& s) { return std::tie(s.name, s.number); });
         for (auto first = sections_.begin(); first != sections_.end();) {
             const auto end =
@@ -124,6 +124,7 @@ class ParameterCollector {
             if (!all.contains(first->name)) all.emplace(first->name, joined(&*first, &*first + (end - first)));
             first = end;
         }
+        all.merge(plain_);
         return all;
     }
 
@@ -134,7 +135,32 @@ class ParameterCollector {
 
 }
 
-StructuredValue StructuredValue::parse(std::string_view text) {
+std::string withoutComments(std::string_view text) {
+    std::string out;
+    std::size_t depth = 0;
+    bool isQuoted = false;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        const std::size_t length = c == '\\' && i + 1 < text.size() ? 2 : 1;
+        if (c == '"' && depth == 0) isQuoted = !isQuoted;
+        if (c == '(' && !isQuoted) ++depth;
+        if (depth == 0) out += text.substr(i, length);
+        if (c == ')' && !isQuoted && depth > 0) --depth;
+        i += length - 1;
+    }
+    // What is never closed is no comment.
+    return depth == 0 ? out : std::string(text);
+}
+
+StructuredValue::Parameters joinedParameters(const std::map<std::string, std::string>& pairs) {
+    ParameterCollector parameters;
+    for (const auto& [name, value] : pairs) parameters.add(name, value);
+    return std::move(parameters).finished();
+}
+
+StructuredValue StructuredValue::parse(std::string_view given) {
+    const std::string plain = given.contains('(') ? withoutComments(given) : std::string(given);
+    std::string_view text = plain;
     StructuredValue result{text::lowered(text::trimmed(takePiece(text))), {}};
     ParameterCollector parameters;
     while (!text.empty()) {

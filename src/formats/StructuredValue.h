@@ -22,4 +22,10 @@ struct StructuredValue {
     std::optional<std::string_view> parameter(std::string_view name) const;
 };
 
+/// Parameters that were read one by one, with lower-case names: continuations joined and charsets decoded (RFC 2231).
+StructuredValue::Parameters joinedParameters(const std::map<std::string, std::string>& pairs);
+
+/// Text without its comments in parentheses (RFC 2045 §5.1). One that is never closed is none.
+std::string withoutComments(std::string_view text);
+
 }

@@ -1,6 +1,7 @@
 #include "formats/TransferEncoding.h"
 
 #include "base/Text.h"
+#include "formats/StructuredValue.h"
 
 #include <array>
 #include <bit>
@@ -45,12 +46,11 @@ class Base64Decoder {
   public:
     Base64Decoder(BytesView data, char* out) : next_(data.data()), end_(next_ + data.size()), out_(out) {}
 
-    /// The end of what was written, null when the data are no base64.
+    /// The end of what was written.
     char* decode() {
-        while (next_ != end_) {
+        do {
             takeWholeGroups();
-            if (!takeBrokenGroup()) return nullptr;
-        }
+        } while (takeBrokenGroup());
         return out_;
     }
 
@@ -67,26 +67,24 @@ class Base64Decoder {
         out_ = out;
     }
 
-    /// Takes a group with other characters in it, padding or the end of the data.
+    /// Takes a group with other characters in it, padding or the end of the data. False when nothing follows: behind
+    /// padding there may be a text that somebody on the way has added.
     bool takeBrokenGroup() {
         std::uint32_t bits = 0;
-        unsigned letters = 0, padding = 0;
-        while (next_ != end_ && letters + padding < 4) {
+        unsigned letters = 0;
+        bool isPadded = false;
+        while (next_ != end_ && letters < 4 && !isPadded) {
             const char c = *next_++;
             const std::uint32_t value = contributions[3][static_cast<unsigned char>(c)];
             if (value != notInAlphabet) {
-                if (padding > 0) return false;
                 bits = bits << 6 | value;
                 ++letters;
-            } else if (c == '=' && letters > 0) {
-                ++padding;
             }
+            isPadded = c == '=' && letters > 0;
         }
-        if (letters == 0) return true;
-        if (letters + padding < 4 || letters < 2) return false;
-        bits <<= 6 * padding;
+        bits <<= 6 * (4 - letters);
         for (unsigned i = 0; i + 1 < letters; ++i) *out_++ = static_cast<char>(bits >> (16 - 8 * i) & 0xFF);
-        return true;
+        return letters == 4 && next_ != end_;
     }
 
     const char* next_;
@@ -139,7 +137,8 @@ char* decodeQuotedPrintable(BytesView data, char* out) {
 }
 
 TransferEncoding transferEncoding(std::string_view label) {
-    label = text::trimmed(label);
+    const std::string plain = withoutComments(label);
+    label = text::trimmed(plain, " \t\r\n\"");
     if (text::equalsIgnoringCase(label, "base64")) return TransferEncoding::base64;
     if (text::equalsIgnoringCase(label, "quoted-printable")) return TransferEncoding::quotedPrintable;
     return TransferEncoding::identity;
@@ -170,8 +169,7 @@ Bytes decodeLenientBase64(BytesView data) {
     constexpr std::size_t spareForWholeWords = 4;
     Bytes out;
     out.resize_and_overwrite(data.size() / 4 * 3 + spareForWholeWords, [&](char* buffer, std::size_t) {
-        const char* end = Base64Decoder(data, buffer).decode();
-        return end == nullptr ? 0 : static_cast<std::size_t>(end - buffer);
+        return static_cast<std::size_t>(Base64Decoder(data, buffer).decode() - buffer);
     });
     return out;
 }

@@ -20,8 +20,8 @@ Bytes decodeTransfer(BytesView data, std::string_view label);
 /// RFC 2045 §6.7. A "=" that introduces neither a byte nor a soft line break stays.
 Bytes decodeQuotedPrintable(BytesView data);
 
-/// RFC 2045 §6.8. Characters outside the alphabet are ignored. Empty when the rest does not come in whole groups of
-/// four, padded where the data ends.
+/// RFC 2045 §6.8. Characters outside the alphabet are ignored, and so is all that follows padding. Data that stop
+/// inside a group give what there is of it.
 Bytes decodeLenientBase64(BytesView data);
 
 }

@@ -2,6 +2,9 @@
 
 #include "base/Text.h"
 #include "formats/HeaderWords.h"
+#include "formats/StructuredValue.h"
+
+#include <algorithm>
 
 namespace velmo {
 
@@ -21,7 +24,11 @@ std::map<std::string, std::string> readParameters(IMAPValue value) {
         const auto text = imapText(*at);
         if (name && text) parameters[text::lowered(*name)] = *text;
     }
-    return parameters;
+    // Servers hand on what the sender wrote, in pieces and with charsets (RFC 2231).
+    const bool isCoded = std::ranges::any_of(parameters, [](const auto& one) { return one.first.contains('*'); });
+    if (!isCoded) return parameters;
+    const auto joined = joinedParameters(parameters);
+    return {joined.begin(), joined.end()};
 }
 
 /// The place of the disposition depends on the type, which decides what extension data comes before it.

@@ -71,12 +71,20 @@ Async<std::optional<bool>> IMAPClient::idleOn(Session session, Duration timeout)
     co_await asio::this_coro::throw_if_cancelled(false);
     co_await asio::this_coro::reset_cancellation_state(asio::enable_terminal_cancellation(),
                                                        asio::disable_cancellation());
-    co_await endIdle(*session, tag, wasCancelled ? endTimeOnceCancelled : endTime);
+    std::exception_ptr failure;
+    try {
+        co_await endIdle(*session, tag, wasCancelled ? endTimeOnceCancelled : endTime);
+    } catch (...) {
+        failure = std::current_exception();
+    }
     const auto state = co_await cancellationState;
     wasCancelled = wasCancelled || isCancelled(state);
     co_await allowCancellation();
     co_await asio::this_coro::throw_if_cancelled(true);
+    // Whoever cancelled it does not care how the session ended.
+    if (wasCancelled && failure) closeSession(session);
     if (wasCancelled) co_return std::nullopt;
+    if (failure) std::rethrow_exception(failure);
     co_return hasChanged;
 }
 

@@ -29,7 +29,9 @@ SyncedMessage syncedMessage(IMAPFetchResult result, Date now) {
     message.hasFlags = result.flags.has_value();
     message.flags = std::move(result.flags).value_or(std::set<std::string>{});
     message.date = result.internalDate.value_or(now);
-    if (result.envelope && result.envelope->date) message.date = *result.envelope->date;
+    const auto written = result.envelope ? result.envelope->date : std::nullopt;
+    // Nobody's mail is to stand above all that will ever come.
+    if (written && civilTime(*written).year <= civilTime(now).year + 1) message.date = *written;
     message.size = result.size.value_or(0);
     message.envelope = std::move(result.envelope);
     message.bodyStructure = std::move(result.bodyStructure);

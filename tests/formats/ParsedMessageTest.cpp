@@ -16,9 +16,8 @@ using test::repeated;
 using namespace std::string_literals;
 
 TEST(ParsedMessageTest, LineEndsMakeNoDifferenceToTheStructure) {
-    const std::string message =
-        "Subject: a\n\tb\nContent-Type: multipart/mixed; boundary=\"x\"\n\npreamble\n"
-        "--x\n\nmissed\n\nfirst\n--x\nContent-Type: image/png\n\nPNG\n--x--\nepilogue\n--x\nno part\n";
+    const std::string message = "Subject: a\n\tb\nContent-Type: multipart/mixed; boundary=\"x\"\n\npreamble\n"
+                                "--x\n \t\nfirst\n--x\nContent-Type: image/png\n\nPNG\n--x--\nepilogue\n--x\nno part\n";
     std::string mixed = message;
     for (std::size_t i = 0, count = 0; i < mixed.size(); ++i)
         if (mixed[i] == '\n' && count++ % 2 == 0) mixed.insert(i++, "\r");
@@ -34,18 +33,43 @@ TEST(ParsedMessageTest, LineEndsMakeNoDifferenceToTheStructure) {
 TEST(ParsedMessageTest, AnyBytesAreAMessage) {
     EXPECT_EQ(ParsedMessage::parse("").plainText, "");
     const auto headOnly = ParsedMessage::parse("Subject: x\nTo: \xFF");
-    EXPECT_EQ(headOnly.headers.fields, (std::vector<MIMEField>{{"Subject", "x"}, {"To", "\uFFFD"}}));
+    EXPECT_EQ(headOnly.headers.fields, (std::vector<MIMEField>{{"Subject", "x"}, {"To", "ÿ"}}));
     EXPECT_EQ(headOnly.plainText, "");
     // An empty line at the very beginning does not end the head.
     EXPECT_EQ(ParsedMessage::parse("\nSubject: x\n\nbody").plainText, "body");
     EXPECT_EQ(ParsedMessage::parse("\n\nbody").plainText, "body");
 }
 
+TEST(ParsedMessageTest, APartWithoutAHeadIsText) {
+    const auto bounce =
+        ParsedMessage::parse("Content-Type: multipart/report; boundary=b\n\n--b\n\nYour message could not "
+                             "be delivered.\n\nBob: no such person\n--b\nContent-Type: text\n\nmore\n--b--\n");
+    EXPECT_EQ(bounce.plainText, "Your message could not be delivered.\n\nBob: no such person\nmore");
+    EXPECT_EQ(ParsedMessage::parse("Subject: x\n \t \nnot: a field\n").plainText, "not: a field\n");
+}
+
+TEST(ParsedMessageTest, UUEncodedFilesAreAttachments) {
+    const std::string file = "begin 644 a b.txt\n#86)C\n`\nend\n";
+    const auto parsed = ParsedMessage::parse("Subject: x\n\nbefore\n" + file + "after\n" + file);
+    EXPECT_EQ(parsed.plainText, "before\nafter\n");
+    ASSERT_EQ(parsed.attachments.size(), 2U);
+    EXPECT_EQ(parsed.attachments[1], (MIMEAttachment{"a b.txt", "application/octet-stream", {}, false, "abc"}));
+    // What is no whole file stays where it is.
+    for (const char* text : {"begin 644 cut.txt\n#86)C\n", "begin 644 x\nnot a line of a file\n`\nend\n",
+                             "begin now\nend\n", "begin 644 x\n`\nend\n"}) {
+        const auto whole = ParsedMessage::parse("Subject: x\n\n"s + text);
+        EXPECT_EQ(whole.plainText, text);
+        EXPECT_TRUE(whole.attachments.empty());
+    }
+    const auto many = ParsedMessage::parse("\n\n" + repeated("begin 644 x\n", 50'000));
+    EXPECT_TRUE(many.attachments.empty());
+}
+
 TEST(ParsedMessageTest, TextsAreChosenAndJoined) {
     const auto part = [](const std::string& type, const std::string& body) {
         return "--b\nContent-Type: " + type + "\n\n" + body + "\n";
     };
-    const std::string alternative = "Content-Type: multipart/alternative; boundary=c\n\n--c\n\n\nplain\n"
+    const std::string alternative = "Content-Type: multipart/alternative; boundary=c\n\n--c\n\nplain\n"
                                     "--c\nContent-Type: text/html\n\n<b>html</b>\n--c--\n";
     const auto embedded = [&](const std::string& message) {
         return "--b\nContent-Type: message/rfc822\n\n" + message + "\n";
@@ -65,7 +89,7 @@ TEST(ParsedMessageTest, TextsAreChosenAndJoined) {
         {part("text/plain; name=a.txt", "text"), "text", nullptr, 0},
         {part("text/plain\nContent-Disposition: attachment", "text"), nullptr, nullptr, 1},
         {part("text/calendar", "x"), nullptr, nullptr, 1},
-        {part("multipart/mixed", "--z\n\n\nx"), nullptr, nullptr, 1}, // no boundary
+        {part("multipart/mixed", "--z\n\nx"), nullptr, nullptr, 1}, // no boundary
         {part("text/plain", "a") + embedded("Subject: s\n\nb") + embedded(alternative), "a\n\nb\n\nplain",
          "<b>html</b>", 0},
         {embedded(alternative) + embedded(alternative), "plain\n\nplain", "<b>html</b><hr><b>html</b>", 0},
@@ -102,7 +126,13 @@ TEST(ParsedMessageTest, AttachmentsAreNamedAndDecoded) {
         {"Content-Type: a/b; name=\"\"\nContent-ID: <>\nContent-Transfer-Encoding: Base64 ",
          "QU\nI=",
          {"attachment.b", "a/b", {}, false, "AB"}},
-        {"Content-Type: a/b\nContent-Transfer-Encoding: base64", "broken", {"attachment.b", "a/b", {}, false, ""}},
+        {"Content-Type: a/b\nContent-Transfer-Encoding: base64",
+         "QUJDRA==\n-- \na list",
+         {"attachment.b", "a/b", {}, false, "ABCD"}},
+        {"Content-Type: a/b (note; x=\\)y) ; name*0*=utf-8''%C3; name*1*=%A9.b; name=old\n"
+         "Content-Transfer-Encoding: (really) base64 (yes)",
+         "QUI=",
+         {"é.b", "a/b", {}, false, "AB"}},
     };
     for (const auto& c : cases) {
         const auto parsed = ParsedMessage::parse(c.head + "\n\n"s + c.body);

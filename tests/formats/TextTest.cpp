@@ -30,11 +30,11 @@ TEST(TextTest, TransferEncodingsAreDecoded) {
         {"7bit", "a=41\r\n", "a=41\r\n"},
         {" Base64\t", "QUJD\r\nREVG\r\n", "ABCDEF"},
         {"base64", "Q U-J*D\tRA==", "ABCD"},
-        {"base64", "QQ==QUI=", "AAB"},
+        {"base64", "QQ==QUI=", "A"},
         {"base64", "QUJD=", "ABC"},
-        {"base64", "QUJDRA", ""},
-        {"base64", "QUJDR", ""},
-        {"base64", "QUJDR===", ""},
+        {"base64", "QUJDRA", "ABCD"},
+        {"base64", "QUJDR", "ABC"},
+        {"base64", "QUJDR===", "ABC"},
         {"base64", "Q=JD", ""},
         {"base64", "!?\x80\n", ""},
         {"Quoted-Printable", "=c3=A9=\n=\r\n_", "é_"},
@@ -69,6 +69,14 @@ TEST(TextTest, TextIsDecodedByTheFirstCharsetThatFits) {
         {"shift_jis", "é\xFF", "Ã©ÿ"},
         {"utf-8", "\xE9t\xE9", "été"},
         {"utf-8", "日本\xE6\x81", "日本\uFFFD"}, // 0x81 is nothing in windows-1252
+        {"utf-8", "größer \xFC", "größer \uFFFD"},
+        {"windows-1252", "größer", "größer"},
+        {"iso-8859-1",
+         "gr\xF6\xDF"
+         "er",
+         "größer"},
+        {"utf-16", std::string("h\0i\0", 4), "hi"},
+        {"utf-16", std::string("\0h\0i", 4), "hi"},
     };
     for (const auto& c : cases) EXPECT_EQ(decodeText(c.data, c.charset), c.text) << c.charset;
     for (const char* label : {"", "\" \"", "x-unknown", "X-Unknown", "nonsense"})
@@ -85,7 +93,8 @@ TEST(TextTest, EntitiesAreDecoded) {
         {"&AMP;&Nbsp;&shy;&zwnj;&hellip;", "& …"},
         {"&#xD800;&#1114112;&#x;&#;&#12a;&#+65;&;", "&#xD800;&#1114112;&#x;&#;&#12a;&#+65;&;"},
         {"&notanentity; & &lt", "&notanentity; & &lt"},
-        {"&#x0000000041;", "&#x0000000041;"}, // the semicolon is too far off
+        {"&#x0000000000000000000000000000000041;", "&#x0000000000000000000000000000000041;"}, // too far off
+        {"&#0;&Eacute;&eacute;&CounterClockwiseContourIntegral;&rcub;", "\uFFFDÉé∳}"},
         {"&#x00000041;&&gt;", "A&>"},
     };
     for (const auto& c : cases) EXPECT_EQ(decodeEntities(c.text), c.decoded);
