@@ -31,6 +31,10 @@ Async<void> MailFiling::fileSent(MailAccount account, std::string messageID, Byt
 }
 
 Async<void> MailFiling::deleteDraft(MailAccount account, MessageRecord draft) {
+    if (draft.mailboxPath.empty()) {
+        if (draft.messageID) co_await deleteDraft(std::move(account), *draft.messageID);
+        co_return;
+    }
     const auto engine = engines_.engine(account);
     for (auto& group : grouped(std::span(&draft, 1))) {
         const CommandOutcome outcome = co_await deleteOnServer(engine, std::move(group));

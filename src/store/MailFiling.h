@@ -29,7 +29,8 @@ class MailFiling {
     /// Deletes the draft with this Message-ID, where there is one.
     Async<void> deleteDraft(MailAccount account, std::string messageID);
 
-    /// Deletes this draft by its UID, and all copies of it in the same mailbox that have its Message-ID.
+    /// Deletes this draft by its UID, and all copies of it in the same mailbox that have its Message-ID. One without a
+    /// mailbox, as it is after it was saved, has its Message-ID only.
     Async<void> deleteDraft(MailAccount account, MessageRecord draft);
 
     /// Marks a message as answered.
