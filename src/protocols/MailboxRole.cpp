@@ -2,6 +2,7 @@
 
 #include "base/Localisation.h"
 #include "base/Text.h"
+#include "protocols/MailboxNames.h"
 
 #include <algorithm>
 #include <array>
@@ -86,9 +87,9 @@ MailboxRole mailboxRole(std::string_view path, const std::set<std::string>& attr
 
 std::string mailboxDisplayName(std::string_view path, const std::optional<std::string>& delimiter, MailboxRole role) {
     if (role == inbox) return tr("Inbox");
-    if (!delimiter || delimiter->empty()) return std::string(path);
+    if (!delimiter || delimiter->empty()) return decodedMailboxName(path);
     const std::size_t separator = path.rfind(*delimiter);
-    return std::string(separator == std::string_view::npos ? path : path.substr(separator + delimiter->size()));
+    return decodedMailboxName(separator == std::string_view::npos ? path : path.substr(separator + delimiter->size()));
 }
 
 }

@@ -21,7 +21,7 @@ std::optional<MailboxRole> mailboxRoleOfAttributes(const std::set<std::string>& 
 /// component of its path.
 MailboxRole mailboxRole(std::string_view path, const std::set<std::string>& attributes);
 
-/// What a person sees: the localised "Inbox" for the inbox, otherwise the last component of the path.
+/// What a person sees: the localised "Inbox" for the inbox, otherwise the last component of the path, decoded.
 std::string mailboxDisplayName(std::string_view path, const std::optional<std::string>& delimiter, MailboxRole role);
 
 }

@@ -1,7 +1,7 @@
 #include "store/Departures.h"
 
-#include "base/Localisation.h"
 #include "base/UserError.h"
+#include "store/ActionTroubles.h"
 
 namespace velmo {
 
@@ -32,33 +32,31 @@ Async<void> Departures::run(std::weak_ptr<Departures> weak, Departure departure)
     co_await callOn(background, [&] { removeBodies(*files, departure.group); });
 }
 
+namespace {
+
+ActionTroubles::Action actionOf(const Departure& departure) {
+    return departure.destination ? ActionTroubles::Action::moved : ActionTroubles::Action::deleted;
+}
+
+}
+
 void Departures::ended(const Departure& departure, const CommandOutcome& outcome) {
     if (outcome.failure) {
         failed(departure, outcome);
         return;
     }
+    ActionTroubles(environment_).settle(actionOf(departure), departure.group);
     leaving_.remove(departure.group);
     if (!departure.destination) return;
     syncs_.add({departure.group.mailbox.accountID, *departure.destination});
-}
-
-void Departures::tellFailure(const Departure& departure, const std::exception_ptr& failure) {
-    const MailboxKey& from = departure.group.mailbox;
-    const auto mailbox = environment_.context.mailboxes.find(from);
-    const std::string name = mailbox ? mailbox->name : from.path;
-    const std::string sentence = sentenceOf(failure);
-    environment_.troubles.add(
-        fmt::format("move.{}.{}", from.accountID.text(), from.path), from.accountID,
-        departure.destination ? tr("Messages could not be moved out of {} and are there again. {}", name, sentence)
-                              : tr("Messages could not be deleted from {} and are there again. {}", name, sentence));
 }
 
 void Departures::failed(const Departure& departure, const CommandOutcome& outcome) {
     const auto& group = departure.group;
     leaving_.putBack(std::set(group.ids.begin(), group.ids.end()));
     if (isCancellation(outcome.failure)) return;
+    ActionTroubles(environment_).add(actionOf(departure), group, outcome);
     status_.showError(sentenceOf(outcome.failure));
-    tellFailure(departure, outcome.failure);
     if (!outcome.isUncertain) return;
     // Nobody knows where the messages are now but the server.
     syncs_.add(group.mailbox);

@@ -50,7 +50,6 @@ class Departures : public std::enable_shared_from_this<Departures> {
     static Async<void> run(std::weak_ptr<Departures> weak, Departure departure);
     void ended(const Departure& departure, const CommandOutcome& outcome);
     void failed(const Departure& departure, const CommandOutcome& outcome);
-    void tellFailure(const Departure& departure, const std::exception_ptr& failure);
 
     StoreEnvironment& environment_;
     StoreStatus& status_;

@@ -1,10 +1,9 @@
 #include "store/FlagChanges.h"
 
-#include "base/Localisation.h"
 #include "base/UserError.h"
 #include "store/SavedCache.h"
 
-#include <fmt/format.h>
+#include <algorithm>
 #include <utility>
 
 namespace velmo {
@@ -80,19 +79,16 @@ void FlagChanges::ended(const Sent& sent, const CommandOutcome& outcome) {
         if (!isCancellation(outcome.failure)) store(settled.ids, sent.flag, value);
         environment_.writer.localChanges().settleFlags(sent.group.mailbox, settled.uids, sent.flag);
     }
+    const auto action = sent.flag == Flag::seen ? ActionTroubles::Action::seen : ActionTroubles::Action::flagged;
+    if (!outcome.failure) ActionTroubles(environment_).settle(action, sent.group);
     if (!outcome.failure || isCancellation(outcome.failure)) return;
+    ActionTroubles(environment_).add(action, sent.group, outcome);
     status_.showError(sentenceOf(outcome.failure));
-    tellFailure(sent, outcome.failure);
     if (outcome.isUncertain) syncs_.add(sent.group.mailbox);
 }
 
-void FlagChanges::tellFailure(const Sent& sent, const std::exception_ptr& failure) {
-    const auto mailbox = environment_.context.mailboxes.find(sent.group.mailbox);
-    const std::string name = mailbox ? mailbox->name : sent.group.mailbox.path;
-    environment_.troubles.add(
-        fmt::format("flag.{}.{}", sent.group.mailbox.accountID.text(), sent.group.mailbox.path),
-        sent.group.mailbox.accountID,
-        tr("Messages in {} could not be marked on the server and are as before. {}", name, sentenceOf(failure)));
+bool FlagChanges::isUnderWay(const std::set<std::int64_t>& ids) const {
+    return std::ranges::any_of(onTheWay_, [&](const auto& one) { return ids.contains(one.first.first); });
 }
 
 /// Gives the messages of the command that nobody is changing any more, and whose flag has this value on the server.

@@ -3,6 +3,7 @@
 #include "base/Async.h"
 #include "protocols/IMAPClient.h"
 #include "store/AccountEngines.h"
+#include "store/ActionTroubles.h"
 #include "store/CommandLanes.h"
 #include "store/MailboxSyncs.h"
 #include "store/MessageGroups.h"
@@ -13,6 +14,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <set>
 #include <span>
 #include <utility>
 #include <vector>
@@ -36,6 +38,9 @@ class FlagChanges : public std::enable_shared_from_this<FlagChanges> {
 
     /// Changes those that differ; with none nothing is sent. Unread counts follow.
     void set(std::span<const MessageRecord> records, Flag flag, Change change);
+
+    /// True while a server has not answered a change of one of these messages.
+    bool isUnderWay(const std::set<std::int64_t>& ids) const;
 
   private:
     using Key = std::pair<std::int64_t, Flag>;
@@ -61,7 +66,6 @@ class FlagChanges : public std::enable_shared_from_this<FlagChanges> {
     void send(Sent sent);
     static Async<void> run(std::weak_ptr<FlagChanges> weak, Sent sent);
     void ended(const Sent& sent, const CommandOutcome& outcome);
-    void tellFailure(const Sent& sent, const std::exception_ptr& failure);
     Settled settle(const Sent& sent, bool hasSucceeded, bool value);
 
     StoreEnvironment& environment_;

@@ -1,6 +1,7 @@
 #include "store/MessageActions.h"
 
 #include "base/Localisation.h"
+#include "store/ActionTroubles.h"
 #include "store/CommandLanes.h"
 #include "store/Departures.h"
 #include "store/FlagChanges.h"
@@ -82,6 +83,10 @@ struct MessageActions::State {
     std::shared_ptr<FlagChanges> flags;
     std::shared_ptr<PendingAction> pending;
     RoleMailboxes roles;
+
+    /// What was done last, whether or not it can be undone.
+    enum class Latest { nothing, departure, flags, labels };
+    Latest latest = Latest::nothing;
 };
 
 MessageActions::MessageActions(StoreEnvironment& environment, StoreStatus& status, MailboxDirectory& directory,
@@ -170,6 +175,7 @@ Taken MessageActions::State::takeOut(const Records& records, Destinations destin
         if (const auto self = weak.lock()) self->putBack(ids);
     };
     pending->begin(title, std::move(step));
+    latest = Latest::departure;
     return ids;
 }
 
@@ -262,6 +268,7 @@ Taken MessageActions::deleteForever(const Records& records, const std::string& t
 Taken MessageActions::State::setFlag(const Records& records, FlagChanges::Flag flag, FlagChanges::Change change) {
     const auto wanted = flaggable(records);
     flags->set(wanted, flag, change);
+    if (!wanted.empty()) latest = Latest::flags;
     return idsOf(wanted);
 }
 
@@ -287,6 +294,7 @@ Taken MessageActions::label(const Records& records, const std::string& key, Labe
             context.messages.change(record.id, labels);
         }
     });
+    if (!labelled.empty()) state_->latest = State::Latest::labels;
     return labelled;
 }
 
@@ -296,11 +304,42 @@ bool MessageActions::State::bannerOffersAnotherUndo() const {
 }
 
 void MessageActions::undo() {
-    if (!state_->bannerOffersAnotherUndo()) state_->pending->undo();
+    if (state_->bannerOffersAnotherUndo()) return;
+    if (state_->pending->title()) state_->latest = State::Latest::departure;
+    state_->pending->undo();
 }
 
 std::optional<std::string> MessageActions::undoable() const {
     return state_->bannerOffersAnotherUndo() ? std::nullopt : state_->pending->title();
+}
+
+std::string MessageActions::whyNotUndoable() const {
+    const auto& ended = state_->pending->ended();
+    switch (state_->latest) {
+    case State::Latest::flags:
+        return tr("There is nothing to undo: flags change at once, and the opposite command takes them back (flag and "
+                  "unflag, "
+                  "seen and unseen).");
+    case State::Latest::labels:
+        return tr("There is nothing to undo: labels change at once, and velmo unlabel or velmo label takes them back.");
+    case State::Latest::departure: break;
+    case State::Latest::nothing: return tr("There is nothing to undo: nothing was done since Velmo-Mail started.");
+    }
+    if (!ended) return tr("There is nothing to undo.");
+    return ended->second == PendingAction::Ending::undone
+               ? tr("There is nothing to undo: “{}” is taken back already.", ended->first)
+               : tr("There is nothing to undo: the time for “{}” is over, and it is carried out. Messages come back "
+                    "with "
+                    "velmo inbox or velmo move.",
+                    ended->first);
+}
+
+bool MessageActions::isUnderWay(const Taken& messages) const {
+    return state_->flags->isUnderWay(messages);
+}
+
+std::optional<std::string> MessageActions::takeFailure(const Taken& messages) {
+    return ActionTroubles(state_->environment).take(messages);
 }
 
 void MessageActions::commitPendingAction() {

@@ -95,6 +95,16 @@ class MessageActions {
     /// nothing.
     std::optional<std::string> undoable() const;
 
+    /// Why `undo` takes nothing back now, as a sentence for the person.
+    std::string whyNotUndoable() const;
+
+    /// True while a server has not answered a change of flags of one of these messages.
+    bool isUnderWay(const Taken& messages) const;
+
+    /// Why servers did not do what was last asked of these messages, for somebody who tells the person. Absent when
+    /// nothing is known against it.
+    std::optional<std::string> takeFailure(const Taken& messages);
+
     /// Ends the time of the action that can be undone, and begins it on the server.
     void commitPendingAction();
 

@@ -29,16 +29,17 @@ void PendingAction::commitIfStill(const UUID& banner) {
 }
 
 void PendingAction::commit() {
-    if (const auto step = end()) step->commit();
+    if (const auto step = end(Ending::carriedOut)) step->commit();
 }
 
 void PendingAction::undo() {
-    if (const auto step = end()) step->undo();
+    if (const auto step = end(Ending::undone)) step->undo();
 }
 
 /// Nobody can undo it any more; gives it when there was one. A banner that offers something else stays.
-std::optional<PendingAction::Step> PendingAction::end() {
+std::optional<PendingAction::Step> PendingAction::end(Ending ending) {
     if (!step_) return std::nullopt;
+    ended_.emplace(title_, ending);
     timer_ = Task();
     auto ended = std::exchange(step_, std::nullopt);
     const auto& showing = *status_.banner;

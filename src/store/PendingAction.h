@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace velmo {
 
@@ -30,17 +31,22 @@ class PendingAction : public std::enable_shared_from_this<PendingAction> {
     void commit();
     void undo();
 
+    enum class Ending { carriedOut, undone };
+    /// The title of the last step that ended, and how; absent when none has.
+    const std::optional<std::pair<std::string, Ending>>& ended() const { return ended_; }
+
     /// Of the step that can be undone; absent when there is none.
     std::optional<std::string> title() const { return step_ ? std::optional(title_) : std::nullopt; }
 
   private:
-    std::optional<Step> end();
+    std::optional<Step> end(Ending ending);
     void commitIfStill(const UUID& banner);
 
     StoreEnvironment& environment_;
     StoreStatus& status_;
     std::optional<Step> step_;
     std::string title_;
+    std::optional<std::pair<std::string, Ending>> ended_;
     UUID banner_; ///< of the step
     Task timer_;
 };

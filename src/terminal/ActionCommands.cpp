@@ -2,12 +2,16 @@
 
 #include "base/Localisation.h"
 #include "base/Text.h"
+#include "terminal/InputText.h"
+#include "terminal/MailboxWords.h"
+#include "terminal/MessageNumbers.h"
 #include "terminal/MessageRows.h"
 #include "terminal/OutboxCommands.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <set>
 
@@ -72,11 +76,16 @@ const std::array simpleActions{
 };
 
 Taken move(Session& session, const Records& records, const ActionWords& words) {
-    const std::string path = canonicalMailboxPath(words.text);
-    for (const auto& record : records)
-        if (!session.app.mail().mailboxes.find(MailboxKey{record.accountID, path}))
-            throw CommandError(tr("There is no mailbox {}.", printable(text::repairedUTF8(words.text))));
-    return actionsOf(session).move(records, path);
+    std::map<std::string, Records> targets;
+    for (const auto& record : records) {
+        const auto mailbox = mailboxMeant(session, record.accountID, words.text);
+        if (!mailbox) throw noMailbox(words.text);
+        targets[mailbox->path].push_back(record);
+    }
+    if (targets.size() > 1)
+        throw CommandError(tr("{} is another mailbox in each account. Move the messages of one account at a time.",
+                              shownWord(words.text)));
+    return actionsOf(session).move(records, targets.begin()->first);
 }
 
 Taken setLabel(Session& session, const Records& records, const ActionWords& words, LabelChange change) {
@@ -120,25 +129,105 @@ std::string whyNone(Session& session, const Records& records) {
                    "There is nothing to do: the messages are there already.", records.size());
 }
 
-void tell(Session& session, const std::string& done, bool canUndo) {
-    std::string line = done.empty() ? tr("Done") : done;
-    if (canUndo)
-        line += " " + tr("(the server hears of it in a few seconds; until then take it back with: velmo undo)");
-    session.console.line(printable(line));
+// --- What is told ---------------------------------------------------------------------------------------------------
+
+/// The seconds for which an action can be taken back.
+constexpr int timeToUndo = 5;
+
+/// How long a command waits for a server to answer.
+constexpr Duration patience{3'000};
+constexpr Duration look{10};
+
+/// How far an action has come when its command ends.
+enum class Progress {
+    done,    ///< also on the server, where it concerns one
+    pending, ///< it can be taken back, and is carried out after that
+    waiting  ///< the server has not answered yet
+};
+
+std::string wordOf(Progress progress) {
+    switch (progress) {
+    case Progress::pending: return "pending";
+    case Progress::waiting: return "waiting";
+    case Progress::done: break;
+    }
+    return "done";
+}
+
+/// What will become of messages, from the title that tells of it as done.
+std::string futureOf(const std::string& title, const std::string& target, std::size_t count) {
+    if (!target.empty())
+        return count == 1 ? tr("The message goes to {}", target) : tr("{} messages go to {}", count, target);
+    if (title == trCount("Archived", "Archived {} messages", count))
+        return trCount("The message goes to the archive", "{} messages go to the archive", count);
+    if (title == trCount("Moved to Junk", "Moved {} messages to Junk", count))
+        return trCount("The message goes to Junk", "{} messages go to Junk", count);
+    if (title == trCount("Moved to Trash", "Moved {} messages to Trash", count))
+        return trCount("The message goes to the trash", "{} messages go to the trash", count);
+    if (title == trCount("Deleted", "Deleted {} messages", count))
+        return trCount("The message is deleted for good", "{} messages are deleted for good", count);
+    return trCount("The message goes to the inbox", "{} messages go to the inbox", count);
+}
+
+/// Why the servers of these messages will hardly take anything now; empty when nothing is known against it.
+std::string connectionTrouble(Session& session, const Records& records) {
+    std::string trouble;
+    std::set<UUID> seen;
+    for (const auto& record : records) {
+        const auto status = session.app.store().status().of(record.accountID);
+        if (!seen.insert(record.accountID).second || status.kind != SyncStatus::Kind::failed) continue;
+        trouble += (trouble.empty() ? "" : " ") + status.text;
+    }
+    return trouble;
+}
+
+/// An action and how it went.
+struct Report {
+    std::string title;  ///< as the message line has it; empty for flags and labels
+    std::string target; ///< the mailbox that the person named, where they named one
+    Taken taken;
+    Progress progress = Progress::done;
+    std::string connection; ///< why servers will hardly take anything now
+    std::map<std::int64_t, std::int64_t> renumbered;
+};
+
+std::string lineOf(const Report& report) {
+    switch (report.progress) {
+    case Progress::pending:
+        return tr("{} in {} seconds. Until then take it back with: velmo undo",
+                  futureOf(report.title, report.target, report.taken.size()), timeToUndo);
+    case Progress::waiting:
+        return tr("Done here. The server has not answered yet; if it refuses, the next command says so.");
+    case Progress::done: break;
+    }
+    return report.title.empty() ? tr("Done") : report.title;
+}
+
+void tell(Session& session, const Report& report) {
+    session.console.line(printable(lineOf(report)));
+    for (const auto& [before, now] : report.renumbered)
+        session.console.line(tr("Message {} has the number {} now.", before, now));
+    if (!report.connection.empty() && report.progress != Progress::done)
+        session.console.note(printable(tr("The last check of the account failed, so this may come to nothing; velmo "
+                                          "status tells. {}",
+                                          report.connection)));
     if (session.app.isShowingSamples())
         session.console.note(tr("This is sample mail: the next command finds it as it was."));
 }
 
-/// What a server does not hear of now may come back later.
-void tellOutOfReach(Session& session, const Records& records) {
-    std::set<UUID> accounts;
-    for (const auto& record : records) accounts.insert(record.accountID);
-    for (const auto& id : accounts) {
-        const SyncStatus status = session.app.store().status().of(id);
-        if (status.kind == SyncStatus::Kind::failed)
-            session.console.note(tr("The mail server did not answer the last time: {}", printable(status.text)));
-    }
+nlohmann::json documentOf(const Report& report, const ActionWords& words, const char* name) {
+    auto messages = words.ids;
+    std::erase_if(messages, [&](auto id) { return !report.taken.contains(id); });
+    auto renumbered = nlohmann::json::array();
+    for (const auto& [before, now] : report.renumbered) renumbered.push_back({{"from", before}, {"to", now}});
+    return {{"action", name},
+            {"messages", std::move(messages)},
+            {"canUndo", report.progress == Progress::pending},
+            {"state", wordOf(report.progress)},
+            {"renumbered", std::move(renumbered)}};
 }
+
+// --- Run ------------------------------------------------------------------------------------------------------------
 
 /// A script that deletes means it; a person may have mistaken a number.
 Async<void> confirmDeletion(Session& session, const Records& records) {
@@ -151,35 +240,68 @@ Async<void> confirmDeletion(Session& session, const Records& records) {
     if (!answer.value_or(false)) throw CommandError(tr("Nothing is deleted."));
 }
 
-/// In a process of its own an action is carried out before the process ends; in the running application it can be
-/// undone for a while.
+/// Where messages are that an action has moved. One without an identifier can't be told from others.
+std::map<std::int64_t, std::int64_t> renumbered(Session& session, const Records& records, const Taken& taken) {
+    std::map<std::int64_t, std::int64_t> found;
+    for (const auto& record : records) {
+        if (!taken.contains(record.id) || !record.messageID || session.app.mail().messages.find(record.id)) continue;
+        std::int64_t newest = 0;
+        for (const auto& copy : session.app.mail().messages.thread(record.accountID, record.threadKey))
+            if (copy.messageID == record.messageID && copy.mailboxPath != record.mailboxPath)
+                newest = std::max(newest, copy.id);
+        if (newest > record.id) found[record.id] = newest;
+    }
+    return found;
+}
+
+void throwFailure(Session& session, const Taken& taken) {
+    if (const auto failure = actionsOf(session).takeFailure(taken)) throw CommandError(*failure);
+}
+
+/// In a process of its own an action is carried out before the process ends. In the running application what can be
+/// undone waits for that, and a flag waits a while for its server.
+Async<Progress> seeThrough(Session& session, const Report& report) {
+    if (session.place == Session::Place::ownProcess) {
+        actionsOf(session).commitPendingAction();
+        co_await actionsOf(session).finished();
+        throwFailure(session, report.taken);
+        co_return Progress::done;
+    }
+    if (!report.title.empty()) co_return Progress::pending;
+    const Instant limit = session.app.clock().instant() + patience;
+    while (actionsOf(session).isUnderWay(report.taken)) {
+        if (session.app.clock().instant() >= limit) co_return Progress::waiting;
+        co_await session.app.clock().wait(look);
+    }
+    throwFailure(session, report.taken);
+    co_return Progress::done;
+}
+
 Async<void> run(Session& session, const ActionWords& words, Act act, const char* name) {
     co_await session.app.openMail();
     const Records records = messagesNumbered(session, words.ids);
     if (words.needsYes && !words.isConfirmed) co_await confirmDeletion(session, records);
     const auto before = bannerID(session);
-    const Taken taken = act(session, records, words);
-    const std::string done = newBannerText(session, before);
-    if (taken.empty()) throw CommandError(whyNone(session, records));
-    const bool canUndo = !done.empty() && session.place == Session::Place::application;
-    tellOutOfReach(session, records);
-    if (!canUndo && session.place == Session::Place::application) {
-        co_await within(session.app.clock(), mostForServer, [&session] { return actionsOf(session).finished(); });
-        newBannerText(session, before);
-    }
-    if (session.place == Session::Place::ownProcess) {
-        actionsOf(session).commitPendingAction();
-        co_await actionsOf(session).finished();
-        newBannerText(session, before);
-    }
+    Report report;
+    report.target = shownWord(words.text);
+    report.taken = act(session, records, words);
+    report.title = newBannerText(session, before);
+    if (report.taken.empty()) throw CommandError(whyNone(session, records));
+    report.progress = co_await seeThrough(session, report);
+    report.connection = connectionTrouble(session, records);
+    if (session.place == Session::Place::ownProcess) report.renumbered = renumbered(session, records, report.taken);
     session.tellNotices();
-    if (session.isJSON()) {
-        auto messages = words.ids;
-        std::erase_if(messages, [&](auto id) { return !taken.contains(id); });
-        session.print({{"action", name}, {"messages", std::move(messages)}, {"canUndo", canUndo}});
-    } else {
-        tell(session, done, canUndo);
-    }
+    if (session.isJSON())
+        session.print(documentOf(report, words, name));
+    else
+        tell(session, report);
+}
+
+/// Why nothing can be taken back.
+std::string whyNoUndo(Session& session) {
+    if (session.place == Session::Place::application) return actionsOf(session).whyNotUndoable();
+    return tr("There is nothing to undo: while Velmo-Mail does not run, a command carries out its action before it "
+              "ends. Messages come back with velmo inbox or velmo move.");
 }
 
 /// The last thing that a person did was to send.
@@ -202,7 +324,7 @@ Async<void> undo(Session& session) {
         co_return;
     }
     const auto what = actionsOf(session).undoable();
-    if (!what) throw CommandError(tr("There is nothing to undo."));
+    if (!what) throw CommandError(whyNoUndo(session));
     actionsOf(session).undo();
     if (session.isJSON())
         session.print({{"undone", *what}});
@@ -213,7 +335,7 @@ Async<void> undo(Session& session) {
 CLI::App* addAction(CLI::App& program, CommandBody& body, const char* name, const char* help, Act act,
                     const std::shared_ptr<ActionWords>& words) {
     auto* command = program.add_subcommand(name, tr(help));
-    command->add_option("ID", words->ids, tr("Numbers of messages in a list"))->required();
+    command->add_option("ID", words->ids, tr("Numbers of messages in a list"))->required()->check(messageNumberTrouble);
     command->callback([words, act, name, &body] {
         body = [words, act, name](Session& session) { return run(session, *words, act, name); };
     });
@@ -225,8 +347,10 @@ ActionWords labelWords(std::vector<std::string> all) {
     ActionWords words;
     words.text = std::move(all.back());
     all.pop_back();
-    for (const auto& number : all)
-        if (!CLI::detail::lexical_cast(number, words.ids.emplace_back())) throw CLI::ConversionError(number, "ID");
+    for (const auto& number : all) {
+        if (auto trouble = messageNumberTrouble(number); !trouble.empty()) throw CLI::ValidationError("ID", trouble);
+        words.ids.push_back(*text::parseSigned64(number));
+    }
     return words;
 }
 
@@ -255,7 +379,7 @@ void addActionCommands(CLI::App& program, CommandBody& body) {
     }
     auto moveWords = std::make_shared<ActionWords>();
     addAction(program, body, "move", "Move messages to a mailbox of their account", move, moveWords)
-        ->add_option("--to", moveWords->text, tr("Path of the mailbox"))
+        ->add_option("--to", moveWords->text, tr(mailboxWordHelp))
         ->required();
     addLabelAction(program, body, "label", "Put a label on messages", addLabel);
     addLabelAction(program, body, "unlabel", "Take a label from messages", removeLabel);

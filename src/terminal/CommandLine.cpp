@@ -75,31 +75,40 @@ Async<int> runAnywhere(const Executors& executors, const Command& command, Comma
     }
 }
 
-}
-
-int runCommandLine(std::vector<std::string> words, LocalConsole& console) {
-    const auto command = parseCommand(words, console);
-    if (!command) return command.error();
+/// Ends the command when nobody takes its output any more.
+int runInRuntime(const Command& command, std::vector<std::string> words, LocalConsole& console) {
     Runtime runtime;
     runtime.cancelOnSignals();
     console.whenReaderGone([&runtime] { runtime.cancel(); });
     int code = ExitCode::done;
     try {
         code = runtime.run([&]() -> Async<int> {
-            if (command->reach == Command::Reach::nothing) {
-                co_await runHere(runtime.executors(), *command, console);
+            if (command.reach == Command::Reach::nothing) {
+                co_await runHere(runtime.executors(), command, console);
                 co_return ExitCode::done;
             }
-            CommandRequest request = requestFor(*command, words, console);
-            co_return co_await runAnywhere(runtime.executors(), *command, std::move(request), console);
+            CommandRequest request = requestFor(command, words, console);
+            co_return co_await runAnywhere(runtime.executors(), command, std::move(request), console);
         });
-        console.flush();
     } catch (...) {
         const auto failure = std::current_exception();
         console.progress({});
         code = console.isReaderGone() && isCancellation(failure) ? ExitCode::failed : tellFailure(failure, console);
     }
     console.whenReaderGone({});
+    return code;
+}
+
+}
+
+int runCommandLine(std::vector<std::string> words, LocalConsole& console) {
+    const auto command = parseCommand(words, console);
+    int code = command ? runInRuntime(*command, std::move(words), console) : command.error();
+    console.flush();
+    if (const auto trouble = console.writeTrouble()) {
+        console.note(*trouble);
+        code = ExitCode::failed;
+    }
     if (code == ExitCode::done)
         console.editedTextIsSafe();
     else

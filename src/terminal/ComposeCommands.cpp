@@ -2,8 +2,10 @@
 
 #include "base/Localisation.h"
 #include "base/Text.h"
+#include "platform/CaseFolding.h"
 #include "terminal/Failure.h"
 #include "terminal/InputText.h"
+#include "terminal/MessageNumbers.h"
 #include "terminal/MessageRows.h"
 #include "terminal/OutboxCommands.h"
 #include "terminal/Sending.h"
@@ -11,6 +13,7 @@
 #include "terminal/Writing.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -140,6 +143,21 @@ MessageRecord draftNumbered(Session& session, std::int64_t id) {
     return draft;
 }
 
+/// One reminds of one's own mail; what others sent is answered.
+void refuseReceived(Session& session, std::int64_t id) {
+    const std::vector<std::int64_t> ids{id};
+    const MessageRecord message = messagesNumbered(session, ids).front();
+    const auto mailbox = session.app.mail().mailboxes.find(MailboxKey{message.accountID, message.mailboxPath});
+    const bool isSent = mailbox && mailbox->role() == MailboxRole::sent;
+    const bool isOwn = std::ranges::any_of(session.app.mailAccounts(), [&](const auto& account) {
+        return foldedCase(account.email) == foldedCase(message.fromEmail);
+    });
+    if (!isSent && !isOwn)
+        throw CommandError(tr("You did not send message {}, so there is nothing to remind of. Answer it with: velmo "
+                              "reply {}",
+                              id, id));
+}
+
 Async<void> deleteNumbered(Session& session, std::int64_t id, bool isConfirmed) {
     co_await openOutbox(session);
     const MessageRecord draft = draftNumbered(session, id);
@@ -204,6 +222,7 @@ Async<void> finish(Session& session, ComposeModel& model, Kind kind, const Compo
 Async<void> write(Session& session, const ComposeWords& words, Kind kind) {
     Outbox* outbox = co_await openOutbox(session);
     if (kind == Kind::draft) draftNumbered(session, words.id);
+    if (kind == Kind::followUp) refuseReceived(session, words.id);
     refuseUnseenLink(session, kind, words);
     WrittenContent content = co_await writtenContent(session, words);
     co_await takePipedText(session, kind, words, content);
@@ -243,7 +262,7 @@ std::shared_ptr<ComposeWords> addWriting(CLI::App& command, CommandBody& body, K
 void addAnswering(CLI::App& program, CommandBody& body, const char* name, const char* help, Kind kind) {
     auto* command = program.add_subcommand(name, tr(help));
     const auto words = addWriting(*command, body, kind);
-    command->add_option("ID", words->id, tr("Number of a message in a list"))->required();
+    command->add_option("ID", words->id, tr("Number of a message in a list"))->required()->check(messageNumberTrouble);
     if (kind == Kind::reply) command->add_flag("--all", words->isToAll, tr("Answer all who got it"));
 }
 
@@ -253,11 +272,11 @@ void addDraftCommands(CLI::App& program, CommandBody& body) {
     auto* editing = drafts->add_subcommand("edit", tr("Change a draft, and store it again or send it"));
     const auto words = addWriting(*editing, body, Kind::draft);
     addWithoutOption(*editing, words);
-    editing->add_option("ID", words->id, tr("Number of the draft"))->required();
+    editing->add_option("ID", words->id, tr("Number of the draft"))->required()->check(messageNumberTrouble);
     editing->add_flag("--send", words->isToBeSent, tr("Send it"));
     auto* deleting = drafts->add_subcommand("delete", tr("Delete a draft for good"));
     auto id = std::make_shared<std::int64_t>();
-    deleting->add_option("ID", *id, tr("Number of the draft"))->required();
+    deleting->add_option("ID", *id, tr("Number of the draft"))->required()->check(messageNumberTrouble);
     auto isConfirmed = std::make_shared<bool>(false);
     deleting->add_flag("--yes", *isConfirmed, tr("Delete it without asking"));
     deleting->callback([id, isConfirmed, &body] {

@@ -85,6 +85,10 @@ ConsoleForm Console::form() const {
     return form;
 }
 
+bool isHarmless(char32_t c) {
+    return c >= 0x20 && (c < 0x7F || c >= 0xA0) && !reordersText(c);
+}
+
 std::string printable(std::string_view utf8, Lines lines) {
     std::string out;
     out.reserve(utf8.size());
@@ -93,7 +97,7 @@ std::string printable(std::string_view utf8, Lines lines) {
         const char32_t c = text::nextCodePoint(utf8, i);
         if (c == '\n' || c == '\t')
             out += lines == Lines::kept ? static_cast<char>(c) : ' ';
-        else if (c < 0x20 || (c >= 0x7F && c < 0xA0) || reordersText(c))
+        else if (!isHarmless(c))
             continue;
         else if (c == 0xFFFD)
             text::appendUTF8(out, c);

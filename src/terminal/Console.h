@@ -98,6 +98,10 @@ class Console {
     bool progressShows_ = false;
 };
 
+/// False for what could drive a terminal, line ends included, or turn the direction of the text around it. All that is
+/// not harmless is in the first plane of Unicode.
+bool isHarmless(char32_t c);
+
 /// Text from outside as it may go to a terminal: control characters, which could drive it, and marks that reorder text
 /// are gone; line ends and tabs stay only where `Lines::kept` asks for them.
 enum class Lines { joined, kept };

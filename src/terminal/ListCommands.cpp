@@ -2,6 +2,8 @@
 
 #include "base/Localisation.h"
 #include "base/Text.h"
+#include "terminal/MailboxWords.h"
+#include "terminal/MessageNumbers.h"
 #include "terminal/MessageRows.h"
 
 #include <CLI/CLI.hpp>
@@ -35,13 +37,14 @@ Async<void> mailboxes(Session& session, const std::optional<std::string>& email)
     for (const auto& account : chosenAccounts(session, email)) {
         for (const auto& mailbox : session.app.mail().mailboxes.of(account.id)) {
             document.push_back({{"account", account.email},
-                                {"path", mailbox.path},
+                                {"path", shownPath(mailbox.path)},
                                 {"name", mailbox.name},
                                 {"role", std::string(rawText(mailbox.role()))},
                                 {"unread", mailbox.unreadCount},
                                 {"total", mailbox.totalCount}});
-            rows.push_back({printable(account.email), printable(mailbox.path), std::string(rawText(mailbox.role())),
-                            std::to_string(mailbox.unreadCount), std::to_string(mailbox.totalCount)});
+            rows.push_back({printable(account.email), printable(shownPath(mailbox.path)),
+                            std::string(rawText(mailbox.role())), std::to_string(mailbox.unreadCount),
+                            std::to_string(mailbox.totalCount)});
         }
     }
     if (session.isJSON()) {
@@ -57,19 +60,13 @@ Async<void> mailboxes(Session& session, const std::optional<std::string>& email)
 
 // --- list -----------------------------------------------------------------------------------------------------------
 
-/// The mailboxes that `word` names, as a role or as a path.
-std::vector<MailboxRecord> mailboxesNamed(Session& session, const std::vector<MailAccount>& accounts,
+/// The mailbox that `word` means in each account that has it.
+std::vector<MailboxRecord> mailboxesMeant(Session& session, const std::vector<MailAccount>& accounts,
                                           const std::string& word) {
-    const auto role = mailboxRoleFrom(text::lowered(word));
-    const std::string path = canonicalMailboxPath(word);
-    std::vector<MailboxRecord> byRole, byPath;
-    for (const auto& account : accounts) {
-        for (const auto& mailbox : session.app.mail().mailboxes.of(account.id)) {
-            if (role && mailbox.role() == *role) byRole.push_back(mailbox);
-            if (mailbox.path == path) byPath.push_back(mailbox);
-        }
-    }
-    return byRole.empty() ? byPath : byRole;
+    std::vector<MailboxRecord> meant;
+    for (const auto& account : accounts)
+        if (auto mailbox = mailboxMeant(session, account.id, word)) meant.push_back(*std::move(mailbox));
+    return meant;
 }
 
 /// Every mailbox but those of spam and trash, for a search.
@@ -102,9 +99,8 @@ MessageListSource sourceOf(Session& session, const ListWords& words) {
     const auto accounts = chosenAccounts(session, words.account);
     const std::string word = words.mailbox.value_or("inbox");
     UnifiedScope scope;
-    scope.mailboxes = mailboxesNamed(session, accounts, word);
-    if (scope.mailboxes.empty() && words.mailbox)
-        throw CommandError(tr("There is no mailbox {}.", printable(text::repairedUTF8(*words.mailbox))));
+    scope.mailboxes = mailboxesMeant(session, accounts, word);
+    if (scope.mailboxes.empty() && words.mailbox) throw noMailbox(*words.mailbox);
     if (scope.mailboxes.size() == 1) return scope.mailboxes.front();
     scope.view = viewOf(scope.mailboxes, word);
     return scope;
@@ -224,11 +220,10 @@ void addFocus(CLI::App& command, const std::shared_ptr<ListWords>& words) {
 void addList(CLI::App& program, CommandBody& body) {
     auto words = std::make_shared<ListWords>();
     auto* listing = program.add_subcommand("list", tr("Show messages, newest first"));
-    listing->add_option("--mailbox", words->mailbox,
-                        tr("A role (inbox, sent, junk…) or a path; the inboxes by default"));
+    listing->add_option("--mailbox", words->mailbox, tr(mailboxWordHelp));
     listing->add_option("--label", words->label, tr("The messages with this label, by its key"))->excludes("--mailbox");
     listing->add_option("--search", words->search, tr("Only what these words are found in"));
-    listing->add_option("--thread", words->thread, tr("The conversation of this message"));
+    listing->add_option("--thread", words->thread, tr("The conversation of this message"))->check(messageNumberTrouble);
     listing->add_flag("--unread", words->onlyUnread, tr("Only unread messages"));
     addFocus(*listing, words);
     addPaging(*listing, words);

@@ -91,7 +91,14 @@ void LocalConsole::flush() {
 void LocalConsole::noticeReader() {
     if (isReaderGone_ || std::ferror(out_) == 0) return;
     isReaderGone_ = true;
+    writeError_ = errno;
     if (readerGone_) readerGone_();
+}
+
+std::optional<std::string> LocalConsole::writeTrouble() const {
+    if (!isReaderGone_ || writeError_ == EPIPE) return std::nullopt;
+    return tr("Standard output could not be written: {}.",
+              std::error_code(writeError_, std::generic_category()).message());
 }
 
 void LocalConsole::showProgress(std::string_view text) {

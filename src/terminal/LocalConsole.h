@@ -33,6 +33,10 @@ class LocalConsole final : public Console {
 
     bool isReaderGone() const { return isReaderGone_; }
 
+    /// Why standard output does not take what is written, as a sentence; absent when it does, or when its reader has
+    /// simply had enough.
+    std::optional<std::string> writeTrouble() const;
+
   private:
     void showProgress(std::string_view text) override;
     Async<std::string> edited(std::string text) override;
@@ -43,6 +47,7 @@ class LocalConsole final : public Console {
     std::vector<EditedFile> edited_;
     std::function<void()> readerGone_;
     bool isReaderGone_ = false;
+    int writeError_ = 0;
 };
 
 }

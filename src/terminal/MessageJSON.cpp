@@ -3,6 +3,7 @@
 #include "base/Date.h"
 #include "formats/Preview.h"
 #include "platform/SHA256.h"
+#include "protocols/MailboxNames.h"
 #include "records/Labels.h"
 
 #include <nlohmann/json.hpp>
@@ -20,7 +21,9 @@ json orNull(const std::optional<T>& value) {
 
 json jsonOf(const std::vector<IMAPAddress>& addresses) {
     auto list = json::array();
-    for (const auto& address : addresses) list.push_back({{"name", orNull(address.name)}, {"email", address.email}});
+    for (const auto& address : addresses)
+        list.push_back({{"name", address.name.value_or("").empty() ? json(nullptr) : json(*address.name)},
+                        {"email", address.email}});
     return list;
 }
 
@@ -55,7 +58,7 @@ json jsonOf(const MessageRecord& record, const std::string& account) {
     const std::optional<std::string> fromName = record.fromName.empty() ? std::nullopt : std::optional(record.fromName);
     return {{"id", record.id},
             {"account", account},
-            {"mailbox", record.mailboxPath},
+            {"mailbox", decodedMailboxName(record.mailboxPath)},
             {"uid", record.uid},
             {"messageID", orNull(record.messageID)},
             {"threadKey", record.threadKey},

@@ -29,8 +29,42 @@ std::string recipientsOf(const MessageRecord& message) {
     return all.empty() ? tr("(no recipient)") : tr("To: {}", printable(text::repairedUTF8(all)));
 }
 
-std::string rowText(const Session& session, const MessageRecord& message, RowNames names, std::size_t idColumns,
-                    Date now) {
+/// What is the same for all rows of a list.
+struct RowForm {
+    RowNames names = RowNames::senders;
+    std::size_t idColumns = 1;
+    std::size_t accountColumns = 0; ///< 0 where there is only one account
+    std::map<UUID, std::string> addresses;
+    Date now;
+};
+
+std::map<UUID, std::string> addressesOf(Session& session) {
+    std::map<UUID, std::string> addresses;
+    for (const auto& account : session.app.mailAccounts()) addresses[account.id] = account.email;
+    return addresses;
+}
+
+RowForm formOf(Session& session, const std::vector<MessageRecord>& messages, RowNames names) {
+    constexpr std::size_t mostAccountColumns = 20;
+    RowForm form;
+    form.names = names;
+    form.addresses = addressesOf(session);
+    form.now = session.app.clock().now();
+    for (const auto& message : messages) form.idColumns = std::max(form.idColumns, std::to_string(message.id).size());
+    if (form.addresses.size() < 2) return form;
+    for (const auto& [id, address] : form.addresses)
+        form.accountColumns = std::max(form.accountColumns, columns(printable(address)));
+    form.accountColumns = std::min(form.accountColumns, mostAccountColumns);
+    return form;
+}
+
+std::string accountText(const RowForm& form, const MessageRecord& message) {
+    if (form.accountColumns == 0) return {};
+    const auto found = form.addresses.find(message.accountID);
+    return "  " + fitted(found == form.addresses.end() ? "" : printable(found->second), form.accountColumns);
+}
+
+std::string rowText(const Session& session, const MessageRecord& message, const RowForm& form) {
     const Console& console = session.console;
     const auto style = message.isSeen ? Console::Style::plain : Console::Style::bold;
     std::string marks;
@@ -39,15 +73,17 @@ std::string rowText(const Session& session, const MessageRecord& message, RowNam
     marks += message.isAnswered ? "↩" : " ";
     marks += message.hasInvite ? "▦" : message.hasAttachments ? "+" : " ";
     const std::string id = std::to_string(message.id);
-    const std::string front = std::string(idColumns - id.size(), ' ') + id;
-    const std::size_t used = idColumns + 4 + 10 + 22 + 8;
+    const std::string front = std::string(form.idColumns - id.size(), ' ') + id;
+    const std::string account = accountText(form, message);
+    const std::size_t used = form.idColumns + 4 + 10 + columns(account) + 22 + 8;
     const std::size_t left = std::max<std::size_t>(console.width(), used + 20) - used;
-    const std::string who = names == RowNames::recipients ? recipientsOf(message) : senderOf(message);
+    const std::string who = form.names == RowNames::recipients ? recipientsOf(message) : senderOf(message);
     const std::string subject = printable(message.subject.empty() ? tr("(no subject)") : message.subject);
     const std::string shown = columns(subject) + 4 < left ? subject : fitted(subject, left);
-    std::string line = fmt::format(
-        "{}  {}  {}  {}  {}", console.styled(Console::Style::dim, front), console.styled(Console::Style::yellow, marks),
-        fitted(shortDate(message.date, now), 10), console.styled(style, fitted(who, 22)), console.styled(style, shown));
+    std::string line =
+        fmt::format("{}  {}  {}{}  {}  {}", console.styled(Console::Style::dim, front),
+                    console.styled(Console::Style::yellow, marks), fitted(shortDate(message.date, form.now), 10),
+                    account, console.styled(style, fitted(who, 22)), console.styled(style, shown));
     if (columns(shown) + 4 < left && !message.snippet.empty()) {
         const std::size_t rest = left - columns(shown) - 2;
         const std::string snippet = printable(message.snippet);
@@ -59,8 +95,7 @@ std::string rowText(const Session& session, const MessageRecord& message, RowNam
 }
 
 nlohmann::json jsonOfRows(Session& session, const std::vector<MessageRecord>& messages) {
-    std::map<UUID, std::string> addresses;
-    for (const auto& account : session.app.mailAccounts()) addresses[account.id] = account.email;
+    auto addresses = addressesOf(session);
     auto document = nlohmann::json::array();
     for (const auto& message : messages) {
         document.push_back(jsonOf(message, addresses[message.accountID]));
@@ -74,10 +109,8 @@ void printRows(Session& session, const std::vector<MessageRecord>& messages, Row
         session.print(jsonOfRows(session, messages));
         return;
     }
-    std::size_t idColumns = 1;
-    for (const auto& message : messages) idColumns = std::max(idColumns, std::to_string(message.id).size());
-    const Date now = session.app.clock().now();
-    for (const auto& message : messages) session.console.line(rowText(session, message, names, idColumns, now));
+    const RowForm form = formOf(session, messages, names);
+    for (const auto& message : messages) session.console.line(rowText(session, message, form));
 }
 
 std::string pageToken(const MessagePlace& place) {

@@ -25,7 +25,8 @@ std::string accountOf(Session& session, const OutboxItem& item) {
 json jsonOf(const std::vector<IMAPAddress>& addresses) {
     auto list = json::array();
     for (const auto& address : addresses)
-        list.push_back({{"name", address.name.value_or("")}, {"email", address.email}});
+        list.push_back({{"name", address.name.value_or("").empty() ? json(nullptr) : json(*address.name)},
+                        {"email", address.email}});
     return list;
 }
 
@@ -40,8 +41,8 @@ json jsonOf(Session& session, const Outbox& outbox, const OutboxItem& item) {
                {"bcc", jsonOf(item.bcc)},        {"subject", item.subject},
                {"messageID", item.messageID},    {"scheduled", item.isScheduled},
                {"state", stateOf(outbox, item)}, {"attachments", json::array()}};
-    if (!item.hasFailed()) entry["sendAt"] = iso8601(item.sendAt);
-    if (item.failure) entry["failure"] = *item.failure;
+    entry["sendAt"] = item.hasFailed() ? json(nullptr) : json(iso8601(item.sendAt));
+    entry["failure"] = item.failure ? json(*item.failure) : json(nullptr);
     for (const auto& one : item.attachments) entry["attachments"].push_back(one.filename);
     return entry;
 }
@@ -109,9 +110,20 @@ constexpr std::array actions{
                  takeBackAsDraft},
 };
 
+/// The one that was queued last, of those that go as soon as their time to take them back is over.
+UUID lastQueued(const Outbox& outbox) {
+    OutboxItemPointer last;
+    for (const auto& item : *outbox.items)
+        if (!item->hasFailed() && !item->isScheduled && (!last || item->sendAt > last->sendAt)) last = item;
+    if (!last)
+        throw CommandError(
+            tr("No message is about to go. Name a scheduled one by its number, as velmo outbox shows it."));
+    return last->id;
+}
+
 Async<void> run(Session& session, const OutboxAction& action, std::string word) {
-    const UUID id = outboxNumber(word);
     const Outbox* outbox = co_await openOutbox(session);
+    const UUID id = word.empty() ? lastQueued(*outbox) : outboxNumber(word);
     if (!outbox->item(id)) throw CommandError(tr("There is no message {} in the outbox.", id.text()));
     const bool isDone = co_await action.act(session, id);
     if (!isDone) throw CommandError(tr("The message is being sent already."));
@@ -177,7 +189,11 @@ void addOutboxCommands(CLI::App& program, CommandBody& body) {
     for (const auto& action : actions) {
         auto* sub = command->add_subcommand(action.name, tr(action.help));
         auto word = std::make_shared<std::string>();
-        sub->add_option("ID", *word, tr("Number of the message, as: velmo outbox"))->required();
+        const bool hasDefault = std::string_view(action.name) == "undo";
+        sub->add_option("ID", *word,
+                        hasDefault ? tr("Number of the message; without one, the message that was queued last")
+                                   : tr("Number of the message, as: velmo outbox"))
+            ->required(!hasDefault);
         sub->callback([&body, &action, word] {
             body = [&action, word](Session& session) { return run(session, action, *word); };
         });

@@ -7,7 +7,10 @@
 #include "formats/MailDate.h"
 #include "terminal/AttachmentFiles.h"
 #include "terminal/DateWords.h"
+#include "terminal/HTMLLinks.h"
+#include "terminal/InputText.h"
 #include "terminal/MessageJSON.h"
+#include "terminal/MessageNumbers.h"
 
 #include <CLI/CLI.hpp>
 #include <array>
@@ -19,25 +22,21 @@ namespace velmo {
 
 namespace {
 
+/// For the server to hear that a message was read.
+constexpr Duration patience{3'000};
+
 struct ReadWords {
     std::int64_t id = 0;
     std::string file;
     std::string directory;
     bool showsSource = false;
+    bool onlyPeeks = false;
 };
-
-Bytes fileContents(const std::string& path) {
-    std::ifstream stream(path, std::ios::binary);
-    Bytes bytes{std::istreambuf_iterator<char>(stream), {}};
-    if (!stream.is_open() || stream.bad())
-        throw CommandError(tr("{} can't be read: {}.", printable(text::repairedUTF8(path)),
-                              std::error_code(errno, std::generic_category()).message()));
-    return bytes;
-}
 
 Async<Bytes> sourceOf(Session& session, const ReadWords& words) {
     if (!words.file.empty())
-        co_return co_await callOn(session.executors.background, [&] { return fileContents(words.file); });
+        co_return co_await callOn(session.executors.background,
+                                  [&] { return regularFile(words.file, words.file, longestFile); });
     co_await session.app.openMail();
     auto record = session.app.mail().messages.find(words.id);
     if (!record) throw CommandError(tr("There is no message {}.", words.id));
@@ -83,11 +82,20 @@ std::string attachmentLines(const Console& console, const ParsedMessage& message
     return lines;
 }
 
+/// Links are numbered, and their addresses stand below the text.
+std::string textOfHTML(const std::string& html) {
+    const NumberedLinks links = numberedLinks(html);
+    std::string text = htmlToPlainText(links.html);
+    if (!links.urls.empty()) text += "\n\n" + tr("Links:");
+    for (std::size_t i = 0; i < links.urls.size(); ++i)
+        text += fmt::format("\n  [{}] {}", i + 1, printable(text::repairedUTF8(links.urls[i])));
+    return text;
+}
+
 /// The message as a person reads it, without a line end after the last line.
 std::string messageText(const Console& console, const ParsedMessage& message) {
-    const std::string body = message.plainText ? *message.plainText
-                             : message.html    ? htmlToPlainText(*message.html)
-                                               : std::string{};
+    std::string body = message.plainText.value_or("");
+    if (!message.plainText && message.html) body = textOfHTML(*message.html);
     std::string text = headerLines(console, message) + "\n" + printable(body, Lines::kept);
     if (!message.attachments.empty()) text += "\n" + attachmentLines(console, message);
     return text;
@@ -99,28 +107,43 @@ std::vector<std::string> save(const ParsedMessage& message, const std::filesyste
     return saved;
 }
 
+/// A person has it before their eyes. In a process of its own the server has to hear of it before the end.
+Async<void> markAsRead(Session& session, std::int64_t id) {
+    const auto record = session.app.mail().messages.find(id);
+    if (!record || record->isSeen) co_return;
+    MessageActions& actions = session.app.store().actions();
+    const auto taken = actions.setRead({*record}, MessageActions::ReadState::read);
+    if (session.place == Session::Place::application) co_return;
+    session.console.flush();
+    co_await within(session.app.clock(), patience, [&actions] { return actions.finished(); });
+    if (const auto failure = actions.takeFailure(taken)) session.console.note(printable(*failure));
+}
+
 /// A large message takes its time, which the main executor of the application has not.
 Async<void> read(Session& session, const ReadWords& words) {
     const Executor background = session.executors.background;
     const auto directory = session.directory / words.directory;
     const Bytes source = co_await sourceOf(session, words);
     if (words.showsSource) {
-        session.console.bytes(source);
+        const bool isShown = session.console.isTerminal();
+        session.console.bytes(isShown ? printable(text::repairedUTF8(source), Lines::kept) : source);
         co_return;
     }
     const ParsedMessage message = co_await callOn(background, [&] { return ParsedMessage::parse(source); });
     if (session.isJSON()) {
         session.console.line(co_await callOn(background, [&] {
             auto document = jsonOf(message);
-            if (!words.directory.empty()) document["saved"] = save(message, directory);
+            document["saved"] = words.directory.empty() ? std::vector<std::string>() : save(message, directory);
             return textOf(document);
         }));
         co_return;
     }
     session.console.line(co_await callOn(background, [&] { return messageText(session.console, message); }));
-    if (words.directory.empty()) co_return;
-    const auto saved = co_await callOn(background, [&] { return save(message, directory); });
-    for (const auto& path : saved) session.console.line(tr("Saved {}", printable(text::repairedUTF8(path))));
+    if (!words.directory.empty()) {
+        const auto saved = co_await callOn(background, [&] { return save(message, directory); });
+        for (const auto& path : saved) session.console.line(tr("Saved {}", printable(text::repairedUTF8(path))));
+    }
+    if (words.file.empty() && !words.onlyPeeks && session.console.isTerminal()) co_await markAsRead(session, words.id);
 }
 
 }
@@ -128,10 +151,12 @@ Async<void> read(Session& session, const ReadWords& words) {
 void addReadCommand(CLI::App& program, CommandBody& body) {
     auto words = std::make_shared<ReadWords>();
     auto* reading = program.add_subcommand("read", tr("Show a message: headers, text and attachments"));
-    auto* id = reading->add_option("ID", words->id, tr("Number of the message in a list"));
+    auto* id = reading->add_option("ID", words->id, tr("Number of the message in a list"))->check(messageNumberTrouble);
     auto* file = reading->add_option("--file", words->file, tr("Read a message from a file instead"))->excludes(id);
     id->excludes(file);
-    reading->add_flag("--source", words->showsSource, tr("Write the bytes of the message as they are"));
+    reading->add_flag("--source", words->showsSource,
+                      tr("Write the bytes of the message as they are; on a terminal what could drive it is left out"));
+    reading->add_flag("--peek", words->onlyPeeks, tr("Leave the message unread"));
     reading->add_option("--save", words->directory, tr("Write the attachments as new files into this directory"));
     reading->callback([words, id, file, &body] {
         if (id->count() + file->count() == 0) throw CLI::RequiredError("ID");

@@ -42,9 +42,10 @@ Async<void> seeOut(Session& session, UUID id) {
 }
 
 nlohmann::json documentOf(const ComposeModel& model, const char* state) {
-    nlohmann::json document{{"state", state}, {"messageID", model.messageID.value_or("")}};
-    if (model.queuedItem()) document["id"] = model.queuedItem()->text();
-    return document;
+    return {{"state", state},
+            {"messageID", model.messageID.value_or("")},
+            {"id", model.queuedItem() ? nlohmann::json(model.queuedItem()->text()) : nlohmann::json(nullptr)},
+            {"draft", nullptr}};
 }
 
 void tell(Session& session, const ComposeModel& model, const char* state, const std::string& line) {

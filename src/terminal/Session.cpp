@@ -3,6 +3,7 @@
 #include "base/Localisation.h"
 #include "base/Text.h"
 #include "platform/CaseFolding.h"
+#include "terminal/TroubleLines.h"
 
 #include <nlohmann/json.hpp>
 
@@ -23,16 +24,27 @@ Async<std::optional<bool>> Session::confirmed(std::string question) {
 void Session::tellTroubles(const std::exception_ptr& failure) {
     if (!app.isOpen()) return;
     const std::string told = failure && !isCancellation(failure) ? sentenceOf(failure) : std::string();
-    for (const auto& trouble : app.store().troubles().takeUntold())
-        if (told.empty() || !trouble.text.contains(told)) console.note(printable(trouble.text));
+    velmo::tellTroubles(*this, told);
 }
 
 void Session::tellNotices() {
     if (const auto notice = app.keychain().notice()) console.note(*notice);
 }
 
-std::string textOf(const nlohmann::json& document) {
-    return document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
+std::string textOf(const nlohmann::json& document, JSONForm form) {
+    const int indent = form == JSONForm::lines ? 2 : -1;
+    const std::string text = document.dump(indent, ' ', false, nlohmann::json::error_handler_t::replace);
+    std::string out;
+    out.reserve(text.size());
+    for (std::size_t i = 0; i < text.size();) {
+        const std::size_t start = i;
+        const char32_t c = text::nextCodePoint(text, i);
+        if (isHarmless(c) || c == '\n')
+            out.append(text, start, i - start);
+        else
+            out += fmt::format("\\u{:04x}", static_cast<std::uint32_t>(c));
+    }
+    return out;
 }
 
 MailAccount accountNamed(Session& session, const std::string& email) {

@@ -50,8 +50,11 @@ struct Session {
     void tellNotices();
 };
 
-/// The document as `Session::print` writes it. May be called on any thread.
-std::string textOf(const nlohmann::json& document);
+enum class JSONForm { lines, oneLine };
+
+/// The document as `Session::print` writes it: what could drive a terminal or reorder text is escaped. May be called on
+/// any thread.
+std::string textOf(const nlohmann::json& document, JSONForm form = JSONForm::lines);
 
 /// What the command line asked for; runs on the main executor.
 using CommandBody = std::function<Async<void>(Session&)>;

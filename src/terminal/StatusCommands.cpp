@@ -3,6 +3,7 @@
 #include "base/Localisation.h"
 #include "terminal/DateWords.h"
 #include "terminal/MessageRows.h"
+#include "terminal/TroubleLines.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -49,40 +50,10 @@ json jsonOf(const std::optional<Banner>& banner) {
     return {{"text", banner->text}, {"canUndo", banner->canUndo}, {"isError", banner->isError}};
 }
 
-json jsonOf(Session& session, const Trouble& trouble) {
-    const auto account =
-        trouble.accountID ? session.app.store().environment().account(*trouble.accountID) : std::nullopt;
-    return {{"key", trouble.key},
-            {"account", account ? json(account->email) : json(nullptr)},
-            {"at", iso8601(trouble.at)},
-            {"text", trouble.text}};
-}
-
-json troublesOf(Session& session) {
-    auto list = json::array();
-    for (const auto& trouble : *session.app.store().troubles().all) list.push_back(jsonOf(session, trouble));
-    return list;
-}
-
-void tellTroubles(Session& session, Date now) {
-    const auto& troubles = *session.app.store().troubles().all;
-    if (troubles.empty()) return;
-    session.console.line(tr("What failed and still stands (velmo status --dismiss takes it off the list):"));
-    for (const auto& trouble : troubles)
-        session.console.line(fmt::format("  {}  {}", shortDate(trouble.at, now), printable(trouble.text)));
-}
-
-Async<void> dismiss(Session& session) {
+/// `dismissed` is the number of a failure that the person has dealt with, or empty.
+Async<void> status(Session& session, const std::string& dismissed) {
     co_await session.app.openMail();
-    session.app.store().troubles().settleAll({});
-    if (session.isJSON())
-        session.print({{"troubles", json::array()}});
-    else
-        session.console.line(tr("The list of what failed is empty."));
-}
-
-Async<void> status(Session& session) {
-    co_await session.app.openMail();
+    if (!dismissed.empty()) dismissTrouble(session, dismissed);
     MailStore& store = session.app.store();
     const Date now = session.app.clock().now();
     auto accounts = json::array();
@@ -107,15 +78,17 @@ Async<void> status(Session& session) {
     if (session.isJSON()) {
         session.print({{"accounts", std::move(accounts)},
                        {"banner", jsonOf(store.status().banner.get())},
-                       {"troubles", troublesOf(session)},
                        {"isRunning", session.place == Session::Place::application},
-                       {"indexBytes", indexBytes}});
+                       {"indexBytes", indexBytes},
+                       {"troubles", jsonOfTroubles(session)}});
+        session.app.store().troubles().takeUntold();
         co_return;
     }
     for (const auto& line : tableLines(rows)) session.console.line(line);
     session.console.line(tr("Search index: {} kB", indexBytes / 1000));
     if (const auto& banner = store.status().banner.get()) session.console.line(printable(banner->text));
-    tellTroubles(session, now);
+    for (const auto& line : troubleLines(session)) session.console.line(line);
+    store.troubles().takeUntold();
 }
 
 // --- watch ----------------------------------------------------------------------------------------------------------
@@ -136,7 +109,8 @@ std::vector<MessageRecord> arrivals(Session& session, const MailAccount& account
 /// With `--json`, one document a message.
 void printArrivals(Session& session, const std::vector<MessageRecord>& records) {
     if (session.isJSON())
-        for (const auto& document : jsonOfRows(session, records)) session.console.line(document.dump());
+        for (const auto& document : jsonOfRows(session, records))
+            session.console.line(textOf(document, JSONForm::oneLine));
     else
         printRows(session, records);
     session.console.flush();
@@ -152,6 +126,7 @@ Async<void> watch(Session& session) {
         store.mailArrived().connect([&session](const MailAccount& account, const std::vector<SyncedMessage>& messages) {
             printArrivals(session, arrivals(session, account, messages));
         });
+    const ScopedConnection failing = store.troubles().all.onChange([&session] { tellTroubles(session); });
     if (session.place == Session::Place::ownProcess) co_await store.start();
     constexpr Duration hour{3'600'000};
     for (;;) co_await session.app.clock().wait(hour);
@@ -161,9 +136,10 @@ Async<void> watch(Session& session) {
 
 void addStatusCommands(CLI::App& program, CommandBody& body) {
     auto* telling = program.add_subcommand("status", tr("Show how each account stands"));
-    auto isDismissing = std::make_shared<bool>(false);
-    telling->add_flag("--dismiss", *isDismissing, tr("Take off the list what failed"));
-    telling->callback([&body, isDismissing] { body = *isDismissing ? dismiss : status; });
+    auto dismissed = std::make_shared<std::string>();
+    telling->add_option("--dismiss", *dismissed, tr("Strike something that failed from the list: its number, or all"));
+    telling->callback(
+        [dismissed, &body] { body = [dismissed](Session& session) { return status(session, *dismissed); }; });
     auto* watching = program.add_subcommand("watch", tr("Show new mail as it arrives, until interrupted"));
     watching->callback([&body] { body = watch; });
 }

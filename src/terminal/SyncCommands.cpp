@@ -2,6 +2,7 @@
 
 #include "base/Localisation.h"
 #include "base/Text.h"
+#include "terminal/MailboxWords.h"
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
@@ -42,6 +43,7 @@ class Report {
     /// `entry` gets what `work` tells, or why it failed.
     Async<void> add(const MailAccount& account, json entry, Async<json> work) {
         std::exception_ptr failure;
+        entry["error"] = nullptr;
         try {
             entry.update(co_await std::move(work));
         } catch (...) {
@@ -70,7 +72,7 @@ class Report {
 // --- sync -----------------------------------------------------------------------------------------------------------
 
 std::string progressText(const MailAccount& account, const PassProgress& progress) {
-    return tr("{}: {} ({} of {})", printable(account.email), printable(progress.mailbox), progress.position,
+    return tr("{}: {} ({} of {})", printable(account.email), printable(shownPath(progress.mailbox)), progress.position,
               progress.count);
 }
 
@@ -117,8 +119,10 @@ Async<void> bodies(Session& session, const MailAccount& account) {
 Async<json> syncOne(Session& session, const MailAccount& account, bool withBodies) {
     const PassResult result = co_await pass(session, account);
     if (withBodies) co_await bodies(session, account);
-    json entry{{"mailboxes", result.mailboxes}, {"newMessages", result.newMessages}, {"vanished", result.vanished}};
-    if (withBodies) entry["bodiesHeld"] = session.app.store().prefetch().bodiesHeld(account.id);
+    json entry{{"mailboxes", result.mailboxes},
+               {"newMessages", result.newMessages},
+               {"vanished", result.vanished},
+               {"bodiesHeld", session.app.store().prefetch().bodiesHeld(account.id)}};
     if (!session.isJSON()) session.console.line(resultText(account, result));
     co_return entry;
 }
@@ -128,7 +132,11 @@ Async<void> sync(Session& session, const SyncWords& words) {
     co_await session.app.openMail();
     Report report;
     for (const auto& account : chosenAccounts(session, words.account)) {
-        json entry{{"account", account.email}};
+        json entry{{"account", account.email},
+                   {"mailboxes", nullptr},
+                   {"newMessages", nullptr},
+                   {"vanished", nullptr},
+                   {"bodiesHeld", nullptr}};
         auto work = syncOne(session, account, words.withBodies);
         co_await report.add(account, std::move(entry), std::move(work));
     }
@@ -137,35 +145,27 @@ Async<void> sync(Session& session, const SyncWords& words) {
 
 // --- older ----------------------------------------------------------------------------------------------------------
 
-/// The one mailbox of the account that is meant: by its role, or by its path.
-std::optional<MailboxRecord> mailboxMeant(Session& session, const MailAccount& account, const std::string& word) {
-    const auto role = mailboxRoleFrom(text::lowered(word));
-    if (role)
-        if (auto found = session.app.store().mailboxes().mailbox(*role, account.id)) return found;
-    return session.app.mail().mailboxes.find(MailboxKey{account.id, canonicalMailboxPath(word)});
-}
-
 using Meant = std::vector<std::pair<MailAccount, MailboxRecord>>;
 
 /// Of those accounts that have it.
 Meant mailboxesMeant(Session& session, const SyncWords& words) {
     Meant meant;
     for (const auto& account : chosenAccounts(session, words.account))
-        if (auto mailbox = mailboxMeant(session, account, words.mailbox)) meant.emplace_back(account, *mailbox);
-    if (meant.empty()) throw CommandError(tr("There is no mailbox {}.", printable(text::repairedUTF8(words.mailbox))));
+        if (auto mailbox = mailboxMeant(session, account.id, words.mailbox)) meant.emplace_back(account, *mailbox);
+    if (meant.empty()) throw noMailbox(words.mailbox);
     return meant;
 }
 
 Async<json> olderOfOne(Session& session, const MailAccount& account, const MailboxRecord& mailbox,
                        AccountSync::Backfill extent) {
     auto show = [&session, &account, &mailbox](std::size_t count) {
-        session.console.progress(tr("{}: {}: {}", printable(account.email), printable(mailbox.path),
+        session.console.progress(tr("{}: {}: {}", printable(account.email), printable(shownPath(mailbox.path)),
                                     trCount("{} message", "{} messages", count)));
     };
     const std::size_t count =
         co_await session.app.store().sync().fetchOlder(account, mailbox.path, extent, std::move(show));
     if (!session.isJSON())
-        session.console.line(tr("{}: {}: {}", printable(account.email), printable(mailbox.path),
+        session.console.line(tr("{}: {}: {}", printable(account.email), printable(shownPath(mailbox.path)),
                                 trCount("{} older message", "{} older messages", count)));
     json entry{{"messages", count}};
     co_return entry;
@@ -177,7 +177,7 @@ Async<void> older(Session& session, const SyncWords& words) {
     const auto extent = words.all ? AccountSync::Backfill::everything : AccountSync::Backfill::nextStep;
     Report report;
     for (const auto& [account, mailbox] : mailboxesMeant(session, words)) {
-        json entry{{"account", account.email}, {"mailbox", mailbox.path}};
+        json entry{{"account", account.email}, {"mailbox", shownPath(mailbox.path)}, {"messages", nullptr}};
         auto work = olderOfOne(session, account, mailbox, extent);
         co_await report.add(account, std::move(entry), std::move(work));
     }
@@ -195,7 +195,7 @@ void addSyncCommands(CLI::App& program, CommandBody& body) {
 
     auto olderWords = std::make_shared<SyncWords>();
     auto* fetching = program.add_subcommand("older", tr("Fetch older messages of a mailbox"));
-    fetching->add_option("--mailbox", olderWords->mailbox, tr("A role (inbox, sent, archive…) or a path"))->required();
+    fetching->add_option("--mailbox", olderWords->mailbox, tr(mailboxWordHelp))->required();
     fetching->add_option("--account", olderWords->account, tr("Only this account"));
     fetching->add_flag("--all", olderWords->all, tr("All of them, to the oldest"));
     fetching->callback(

@@ -6,10 +6,10 @@
 #include "platform/CaseFolding.h"
 #include "terminal/InputText.h"
 #include "terminal/MediaTypes.h"
+#include "terminal/TimeWords.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <ctime>
 
 namespace velmo {
 
@@ -17,17 +17,13 @@ namespace {
 
 // --- What is given -----------------------------------------------------------------------------------------------
 
-/// "2026-11-24T09:00" or "2026-11-24 09:00" in the machine's zone, or ISO 8601 with its "Z".
-Date timeFrom(const std::string& word) {
-    if (const auto exact = dateFromISO8601(word)) return *exact;
-    for (const char* form : {"%Y-%m-%dT%H:%M", "%Y-%m-%d %H:%M"}) {
-        std::tm local{};
-        local.tm_isdst = -1;
-        const char* end = strptime(word.c_str(), form, &local);
-        if (end == nullptr || *end != '\0') continue;
-        return Date{std::chrono::seconds{std::mktime(&local)}};
-    }
-    throw CommandError(tr("{} is no time. Write it as 2026-11-24T09:00.", shownWord(word)));
+Date timeToSend(Session& session, const std::string& word) {
+    const auto time = timeFrom(word);
+    if (!time)
+        throw CommandError(tr("{} is no time. Write it as 2026-11-24T09:00, and with a zone as 2026-11-24T09:00+01:00.",
+                              shownWord(word)));
+    if (*time <= session.app.clock().now()) throw CommandError(tr("{} is over already.", shownWord(word)));
+    return *time;
 }
 
 std::vector<IMAPAddress> addressesFrom(const std::vector<std::string>& words) {
@@ -121,7 +117,7 @@ Async<WrittenContent> writtenContent(Session& session, const WritingWords& words
     content.bcc = addressesFrom(words.bcc);
     for (const auto& one : addressesFrom(words.without)) content.without.push_back(one.email);
     if (words.subject) content.subject = text::repairedUTF8(*words.subject);
-    if (words.at) content.at = timeFrom(*words.at);
+    if (words.at) content.at = timeToSend(session, *words.at);
     for (const auto& name : words.files) {
         auto file = co_await attachmentFrom(session, name);
         content.attachments.push_back(std::move(file));

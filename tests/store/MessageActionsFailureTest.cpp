@@ -1,6 +1,7 @@
 // What becomes of messages when a server refuses, or a connection breaks.
 
 #include "store/ActionsRig.h"
+#include "store/MessageGroups.h"
 #include "store/RoleMailboxes.h"
 #include "support/ScriptedServer.h"
 
@@ -112,6 +113,15 @@ TEST(MessageActionFailures, ShowTheMessagesAgainAndLeaveNoMarks) {
         EXPECT_EQ(account.rig.unread("INBOX"), 2);
         EXPECT_EQ(account.rig.synced, failing.synced);
         EXPECT_EQ(account.server.verdict(), "");
+
+        // Whoever has looked away meanwhile finds it, and whoever waited for it is told.
+        const auto& kept = account.rig.rig.troubles.all.get();
+        ASSERT_EQ(kept.size(), 1U);
+        EXPECT_THAT(kept.front().text, testing::HasSubstr(failing.banner));
+        EXPECT_EQ(account.actions().takeFailure({account.records[1].id}), std::nullopt);
+        const auto told = account.actions().takeFailure(idsOf(account.records));
+        EXPECT_THAT(told.value_or(""), testing::HasSubstr("A message without a subject (and 1 more)"));
+        EXPECT_TRUE(kept.empty());
     }
 }
 
@@ -147,6 +157,7 @@ TEST(MessageActionFailures, FlagsEndUpAsTheServerHasThem) {
     EXPECT_EQ(account.rig.unread("INBOX"), 0);
     account.rig.finish();
     EXPECT_THAT(account.rig.banner(), testing::HasSubstr("not today"));
+    EXPECT_EQ(account.rig.rig.troubles.all->size(), 1U);
     EXPECT_EQ(account.rig.unread("INBOX"), 2);
     EXPECT_FALSE(account.held(0).isSeen || account.held(1).isSeen);
 
@@ -155,7 +166,9 @@ TEST(MessageActionFailures, FlagsEndUpAsTheServerHasThem) {
     actions.setRead(first, ReadState::read);
     actions.setRead(first, ReadState::unread);
     actions.setRead(first, ReadState::read);
+    EXPECT_TRUE(actions.isUnderWay(idsOf(first)));
     account.rig.finish();
+    EXPECT_FALSE(actions.isUnderWay(idsOf(first)));
     EXPECT_TRUE(account.held(0).isSeen);
     EXPECT_EQ(account.rig.unread("INBOX"), 1);
 

@@ -78,7 +78,9 @@ TEST_F(ServerCommands, AnActionOfItsOwnProcessHasReachedTheServerWhenItEnds) {
     const auto inbox = numbers("inbox");
     ASSERT_EQ(inbox.size(), 3U);
     const Outcome done = velmo({"archive", inbox[0]});
-    EXPECT_EQ(done, (Outcome{0, "Archived\n", ""}));
+    const auto renumbered = numbers("archive");
+    ASSERT_EQ(renumbered.size(), 1U);
+    EXPECT_EQ(done, (Outcome{0, "Archived\nMessage " + inbox[0] + " has the number " + renumbered[0] + " now.\n", ""}));
     EXPECT_EQ(countOnServer("Archive"), 1);
     EXPECT_EQ(countOnServer("INBOX"), 2);
 
@@ -101,13 +103,16 @@ TEST_F(ServerCommands, TakesBackAnActionOfTheRunningApplicationWhateverCameAfter
     ASSERT_EQ(inbox.size(), 3U);
     Program application("velmo-mail", {});
     ASSERT_TRUE(eventually([&] { return isListening(); }));
-    EXPECT_TRUE(json::parse(velmo({"--json", "archive", inbox[0]}).out)["canUndo"]);
+    EXPECT_THAT(velmo({"undo"}).err, HasSubstr("nothing was done since"));
+    EXPECT_EQ(json::parse(velmo({"--json", "archive", inbox[0]}).out)["state"], "pending");
     const Outcome twice = velmo({"archive", inbox[0]});
     EXPECT_EQ(velmo({"flag", inbox[1]}), (Outcome{0, "Done\n", ""}));
     EXPECT_EQ(velmo({"undo"}), (Outcome{0, "Undone: Archived\n", ""}));
     EXPECT_EQ(twice.code, 1);
     EXPECT_THAT(twice.err, HasSubstr("leaving its mailbox already"));
-    EXPECT_THAT(velmo({"undo"}).err, HasSubstr("nothing to undo"));
+    EXPECT_THAT(velmo({"undo"}).err, HasSubstr("“Archived” is taken back already"));
+    EXPECT_EQ(velmo({"unflag", inbox[1]}).code, 0);
+    EXPECT_THAT(velmo({"undo"}).err, HasSubstr("the opposite command takes them back"));
     EXPECT_EQ(numbers("inbox"), inbox);
 
     // What nobody took back goes out at the latest when the application quits.
