@@ -196,7 +196,7 @@ Database::Database(const std::filesystem::path& file, const DatabaseOptions& opt
     const int code = sqlite3_open_v2(file.c_str(), &connection, openFlags(options.access), nullptr);
     connection_.reset(connection);
     if (code != SQLITE_OK) throw SQLiteError(code, sqlite3_errstr(code));
-    sqlite3_busy_timeout(connection, static_cast<int>(options.busyTimeout.count()));
+    setBusyTimeout(options.busyTimeout);
     execute(pragmas(options));
 }
 
@@ -257,6 +257,11 @@ std::int64_t Database::totalChangedRows() const {
     return sqlite3_total_changes64(connection_.get());
 }
 
+void Database::setBusyTimeout(Duration timeout) {
+    sqlite3_busy_timeout(connection_.get(), static_cast<int>(timeout.count()));
+    busyTimeout_ = timeout;
+}
+
 bool Database::isInTransaction() const {
     return sqlite3_get_autocommit(connection_.get()) == 0;
 }
@@ -283,6 +288,27 @@ std::string Database::integrityCheck() {
 
 Transaction::Transaction(Database& database, Kind kind) : database_(database) {
     database_.query(kind == Kind::write ? "BEGIN IMMEDIATE" : "BEGIN").run();
+}
+
+std::unique_ptr<Transaction> Transaction::beginUnlessBusy(Database& database) {
+    struct WithoutWaiting {
+        explicit WithoutWaiting(Database& database_) : database(database_), timeout(database_.busyTimeout()) {
+            database.setBusyTimeout(Duration{0});
+        }
+        WithoutWaiting(const WithoutWaiting&) = delete;
+        WithoutWaiting& operator=(const WithoutWaiting&) = delete;
+        ~WithoutWaiting() { database.setBusyTimeout(timeout); }
+        Database& database;
+        Duration timeout;
+    };
+    const WithoutWaiting guard(database);
+    try {
+        database.query("BEGIN IMMEDIATE").run();
+    } catch (const SQLiteError& error) {
+        if (error.kind() != SQLiteError::Kind::busy) throw;
+        return nullptr;
+    }
+    return std::unique_ptr<Transaction>(new Transaction(database, Begun{}));
 }
 
 Transaction::~Transaction() {

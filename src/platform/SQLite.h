@@ -201,6 +201,10 @@ class Database {
 
     bool isInTransaction() const;
 
+    /// How long a statement waits for somebody else's lock from now on.
+    void setBusyTimeout(Duration timeout);
+    Duration busyTimeout() const { return busyTimeout_; }
+
     /// The number that the file keeps for its owner; 0 in a new file.
     int userVersion();
     void setUserVersion(int version);
@@ -221,6 +225,7 @@ class Database {
         using is_transparent = void;
     };
     std::unique_ptr<sqlite3, Close> connection_;
+    Duration busyTimeout_{0};
     /// Idle statements by their text. A statement in use has been taken out, so a nested use prepares a second one.
     std::unordered_map<std::string, std::vector<sqlite3_stmt*>, TextHash, std::equal_to<>> idle_;
 };
@@ -233,6 +238,10 @@ class Transaction {
         read   ///< what is read is of one state, and costs one lock
     };
     explicit Transaction(Database& database, Kind kind = Kind::write);
+
+    /// A write transaction; null when another connection holds the lock, without waiting for it.
+    static std::unique_ptr<Transaction> beginUnlessBusy(Database& database);
+
     ~Transaction();
     Transaction(const Transaction&) = delete;
     Transaction& operator=(const Transaction&) = delete;
@@ -240,6 +249,9 @@ class Transaction {
     void commit();
 
   private:
+    struct Begun {};
+    Transaction(Database& database, Begun) : database_(database) {}
+
     Database& database_;
     bool isOpen_ = true;
 };

@@ -146,9 +146,44 @@ void MessageFiles::deleteBody(const BodyKey& key) const {
     fs::remove(fileOf(key), ignored);
 }
 
-void MessageFiles::copyBody(const BodyKey& from, const BodyKey& to) const {
-    if (from == to) return;
-    if (const auto source = readFile(fileOf(from))) saveBody(*source, to);
+// --- Bodies that follow their message ----------------------------------------------------------------------------
+
+/// No mailbox has a directory of this name, since it holds no dash.
+fs::path MessageFiles::asideOf(const UUID& accountID, std::int64_t number) const {
+    return root_ / accountID.text() / "aside" / (std::to_string(number) + ".eml");
+}
+
+void MessageFiles::setAside(const BodyKey& key, std::int64_t number) const {
+    const auto aside = asideOf(key.accountID, number);
+    std::error_code ignored;
+    if (!fs::exists(fileOf(key), ignored)) return;
+    try {
+        makePrivateDirectory(aside.parent_path());
+    } catch (const FileError&) {
+        return;
+    }
+    fs::rename(fileOf(key), aside, ignored);
+}
+
+bool MessageFiles::adopt(const BodyKey& from, std::int64_t number, const BodyKey& to) const {
+    const auto file = fileOf(to);
+    std::error_code error;
+    if (from == to && fs::exists(file, error)) return true;
+    try {
+        makePrivateDirectory(file.parent_path());
+    } catch (const FileError&) {
+        return false;
+    }
+    fs::remove(file, error);
+    fs::create_hard_link(asideOf(from.accountID, number), file, error);
+    if (!error) return true;
+    fs::create_hard_link(fileOf(from), file, error);
+    return !error;
+}
+
+void MessageFiles::dropAside(const UUID& accountID, std::int64_t number) const {
+    std::error_code ignored;
+    fs::remove(asideOf(accountID, number), ignored);
 }
 
 std::int64_t MessageFiles::bodyFileSize(const BodyKey& key) const {

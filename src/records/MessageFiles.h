@@ -57,8 +57,16 @@ class MessageFiles {
     /// A failure is ignored.
     void deleteBody(const BodyKey& key) const;
 
-    /// Keeps a body under a second name; nothing when it isn't here. Throws FileError.
-    void copyBody(const BodyKey& from, const BodyKey& to) const;
+    /// Puts the body of a message that has left its mailbox aside, under a number that nobody else has. A failure is
+    /// ignored.
+    void setAside(const BodyKey& key, std::int64_t number) const;
+
+    /// Gives a message the body of another record of it: the one that was set aside under this number (0: none), or
+    /// else the one of `from`, which keep it too. False when there is none.
+    bool adopt(const BodyKey& from, std::int64_t number, const BodyKey& to) const;
+
+    /// A failure is ignored.
+    void dropAside(const UUID& accountID, std::int64_t number) const;
 
     /// Bytes; 0 when there is none.
     std::int64_t bodyFileSize(const BodyKey& key) const;
@@ -76,6 +84,7 @@ class MessageFiles {
     std::filesystem::path fileOf(const BodyKey& key) const;
 
   private:
+    std::filesystem::path asideOf(const UUID& accountID, std::int64_t number) const;
     std::filesystem::path stagingOf(const UUID& accountID) const;
 
     std::filesystem::path root_;

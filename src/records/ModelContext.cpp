@@ -17,14 +17,22 @@ ModelContext::ModelContext(std::shared_ptr<ModelContainer> container, const sqli
       bodies(connection_),
       labels(connection_),
       lists(connection_),
-      texts(connection_) {}
+      texts(connection_),
+      unsentFlags(connection_),
+      keepsakes(connection_) {}
 
 ModelContext::~ModelContext() = default;
+
+bool ModelContext::holdsOlderMail() {
+    auto row = connection_.query("SELECT isOlder FROM origin");
+    return row.step() && row.column<bool>(0);
+}
 
 void ModelContext::deleteAccount(const UUID& accountID) {
     transaction([&] {
         messages.removeAll(accountID);
         mailboxes.removeAll(accountID);
+        keepsakes.removeAll(accountID);
     });
 }
 

@@ -2,6 +2,7 @@
 
 #include "platform/SQLite.h"
 #include "records/BodyTable.h"
+#include "records/KeepsakeTable.h"
 #include "records/LabelTable.h"
 #include "records/ListTable.h"
 #include "records/MailboxTable.h"
@@ -10,6 +11,7 @@
 #include "records/ModelContainer.h"
 #include "records/StoreConnection.h"
 #include "records/TextTable.h"
+#include "records/UnsentFlagTable.h"
 
 #include <memory>
 #include <utility>
@@ -34,12 +36,21 @@ class ModelContext {
         return connection_.write(std::move(work));
     }
 
+    /// The same, but gives false and does nothing when somebody else is writing: it never waits.
+    template <class Work>
+    bool tryTransaction(Work work) {
+        return connection_.tryWrite(std::move(work));
+    }
+
     /// Runs `work`, which writes nothing, on one state of the store. Many small queries cost less this way, since each
     /// of them would take a lock by itself.
     template <class Work>
     std::invoke_result_t<Work&> snapshot(Work work) {
         return connection_.read(std::move(work));
     }
+
+    /// Whether versions before this one have put messages into the store.
+    bool holdsOlderMail();
 
     /// Removes all records of an account.
     void deleteAccount(const UUID& accountID);
@@ -57,6 +68,8 @@ class ModelContext {
     LabelTable labels;
     ListTable lists;
     TextTable texts;
+    UnsentFlagTable unsentFlags;
+    KeepsakeTable keepsakes;
 };
 
 }

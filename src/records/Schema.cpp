@@ -117,6 +117,51 @@ END;
 -- Messages that the server would not tell about, which are asked for again.
 CREATE INDEX messagesWithoutHead ON messages (accountID, mailboxPath, uid)
     WHERE size = 0 AND messageID IS NULL AND fromEmail = '' AND subject = '';
+)sql",
+    R"sql(
+-- Flags that were changed here and that the server has not heard of. They go with the message.
+CREATE TABLE unsentFlags (
+    message INTEGER NOT NULL,
+    flag INTEGER NOT NULL,
+    value INTEGER NOT NULL,
+    serverValue INTEGER NOT NULL,
+    PRIMARY KEY (message, flag)
+) WITHOUT ROWID;
+CREATE TRIGGER unsentFlagsGo AFTER DELETE ON messages BEGIN DELETE FROM unsentFlags WHERE message = OLD.id; END;
+
+-- What only this machine knows of messages that have left their mailbox, until they are met again.
+CREATE TABLE keepsakes (
+    id INTEGER PRIMARY KEY AUTOINCREMENT,
+    accountID BLOB NOT NULL,
+    mailboxPath TEXT NOT NULL,
+    uid INTEGER NOT NULL,
+    uidValidity INTEGER NOT NULL,
+    messageID TEXT NOT NULL,
+    date INTEGER NOT NULL,
+    size INTEGER NOT NULL,
+    fromEmail TEXT NOT NULL,
+    subject TEXT NOT NULL,
+    hasBody INTEGER NOT NULL,
+    snippet TEXT NOT NULL,
+    categoryRaw TEXT NOT NULL,
+    labelsJoined TEXT NOT NULL,
+    summary TEXT,
+    translation TEXT,
+    translationLanguage TEXT,
+    isSeen INTEGER,
+    isFlagged INTEGER,
+    targetPath TEXT,
+    targetUIDValidity INTEGER,
+    targetUID INTEGER,
+    keptAt INTEGER NOT NULL
+);
+CREATE INDEX keepsakesByMessageID ON keepsakes (accountID, messageID);
+CREATE INDEX keepsakesByTarget ON keepsakes (accountID, targetPath, targetUID) WHERE targetUID IS NOT NULL;
+CREATE INDEX keepsakesByTime ON keepsakes (keptAt);
+
+-- A store without messages holds nothing that an older version wrote, and never will.
+CREATE TABLE origin (isOlder INTEGER NOT NULL);
+INSERT INTO origin SELECT EXISTS (SELECT 1 FROM messages);
 )sql"};
 
 }

@@ -37,6 +37,18 @@ class StoreConnection {
         }
     }
 
+    /// Runs `work` as one commit, unless another connection holds the lock of the writer; then gives false at once.
+    template <class Work>
+    bool tryWrite(Work work) {
+        changes_ = {};
+        auto transaction = sqlite::Transaction::beginUnlessBusy(database_);
+        if (!transaction) return false;
+        work();
+        transaction->commit();
+        tellContainer();
+        return true;
+    }
+
     /// Runs `work`, which only reads, on one state of the store.
     template <class Work>
     std::invoke_result_t<Work&> read(Work work) {

@@ -115,7 +115,7 @@ Async<void> AccountPrefetch::indexHeld(Backfill& backfill) {
         rest = rest.subspan(step.size());
         co_await callOn(environment_.executors.background, [&] { indexStep(backfill, step); });
     }
-    forgetMissing(backfill);
+    co_await forgetMissing(backfill);
 }
 
 void AccountPrefetch::indexStep(Backfill& backfill, std::span<const BodyRow> rows) {
@@ -137,12 +137,13 @@ void AccountPrefetch::indexStep(Backfill& backfill, std::span<const BodyRow> row
     for (auto& document : documents) backfill.indexed.insert(std::move(document.messageID));
 }
 
-void AccountPrefetch::forgetMissing(Backfill& backfill) {
-    if (backfill.missing.empty()) return;
-    environment_.context.transaction([&] {
+Async<void> AccountPrefetch::forgetMissing(Backfill& backfill) {
+    if (backfill.missing.empty()) co_return;
+    std::function<void(ModelContext&)> work = [&](ModelContext& context) {
         const BodyTable::Outcome without;
-        for (const BodyRow& row : backfill.missing) environment_.context.bodies.record(row, without);
-    });
+        for (const BodyRow& row : backfill.missing) context.bodies.record(row, without);
+    };
+    co_await environment_.writer.write(std::move(work));
     backfill.missingCount += std::exchange(backfill.missing, {}).size();
 }
 

@@ -56,7 +56,7 @@ class AccountPrefetch {
     Async<Compared> compared(UUID accountID);
     Async<void> indexHeld(Backfill& backfill);
     void indexStep(Backfill& backfill, std::span<const BodyRow> rows);
-    void forgetMissing(Backfill& backfill);
+    Async<void> forgetMissing(Backfill& backfill);
     Async<void> fetchMissing(UUID accountID, BodyFetch& fetch);
     Async<std::vector<BodyRow>> nextBatch(UUID accountID, std::set<std::int64_t>& skipped);
 

@@ -62,7 +62,7 @@ Async<void> BodyBudget::evictOldest() {
         const auto freed =
             co_await callOn(environment_.executors.background, [&] { return deleteFiles(step, excess); });
         *stored_ -= freed; // others add to it meanwhile
-        recordEvicted(step);
+        co_await recordEvicted(step);
         rest = rest.subspan(step.size());
     }
 }
@@ -80,11 +80,12 @@ std::int64_t BodyBudget::deleteFiles(std::span<const BodyRow>& rows, std::int64_
     return freed;
 }
 
-void BodyBudget::recordEvicted(std::span<const BodyRow> rows) {
-    environment_.context.transaction([&] {
+Async<void> BodyBudget::recordEvicted(std::span<const BodyRow> rows) {
+    std::function<void(ModelContext&)> work = [&](ModelContext& context) {
         const BodyTable::Outcome without;
-        for (const BodyRow& row : rows) environment_.context.bodies.record(row, without);
-    });
+        for (const BodyRow& row : rows) context.bodies.record(row, without);
+    };
+    co_await environment_.writer.write(std::move(work));
     std::map<UUID, Date> newest;
     for (const BodyRow& row : rows) newest[row.key.accountID] = row.date; // they come by rising date
     for (const auto& [accountID, date] : newest) raiseCutoff(accountID, date);

@@ -39,7 +39,7 @@ class BodyBudget {
     Async<void> count();
     Async<void> evictOldest();
     std::int64_t deleteFiles(std::span<const BodyRow>& rows, std::int64_t excess) const;
-    void recordEvicted(std::span<const BodyRow> rows);
+    Async<void> recordEvicted(std::span<const BodyRow> rows);
     void raiseCutoff(const UUID& accountID, Date date);
 
     StoreEnvironment& environment_;

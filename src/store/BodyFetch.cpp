@@ -242,14 +242,15 @@ Async<void> BodyFetch::keepFiles(Batch& batch) {
 /// A message that went meanwhile took its files with it, but not the one that was written since.
 Async<void> BodyFetch::record(const Batch& batch) {
     std::vector<BodyKey> gone;
-    environment_.context.transaction([&] {
+    std::function<void(ModelContext&)> work = [&](ModelContext& context) {
         for (const Kept& one : batch.kept) {
             BodyTable::Outcome outcome;
             outcome.hasBody = true;
             outcome.snippet = one.snippet;
-            if (!environment_.context.bodies.record(one.row, outcome)) gone.push_back(one.row.key);
+            if (!context.bodies.record(one.row, outcome)) gone.push_back(one.row.key);
         }
-    });
+    };
+    co_await environment_.writer.write(std::move(work));
     if (gone.empty()) co_return;
     co_await callOn(environment_.executors.background, [&] {
         for (const BodyKey& key : gone) environment_.files.deleteBody(key);

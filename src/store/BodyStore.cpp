@@ -168,8 +168,13 @@ Async<void> BodyStore::note(const MessageRecord& record, const Loaded& loaded) {
     BodyTable::Outcome outcome;
     outcome.hasBody = loaded.isInFiles;
     outcome.snippet = loaded.body.snippet;
+    bool isThere = false;
+    std::function<void(ModelContext&)> work = [&](ModelContext& context) {
+        isThere = context.bodies.record(rowOf(record), outcome);
+    };
     try {
-        if (environment_.context.bodies.record(rowOf(record), outcome)) co_return;
+        co_await environment_.writer.write(std::move(work));
+        if (isThere) co_return;
     } catch (const sqlite::SQLiteError& error) {
         log("Mail").error("Couldn't save mail cache: {}", pub(error.sentence()));
         co_return;

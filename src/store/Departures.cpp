@@ -1,6 +1,7 @@
 #include "store/Departures.h"
 
 #include "base/UserError.h"
+#include "platform/Log.h"
 #include "store/ActionTroubles.h"
 
 namespace velmo {
@@ -21,15 +22,27 @@ Async<void> Departures::run(std::weak_ptr<Departures> weak, Departure departure)
                                              : deleteOnServer(engine, departure.group);
         outcome = co_await std::move(command);
     }
-    std::optional<MessageFiles> files;
-    Executor background;
-    if (const auto self = weak.lock()) {
-        self->ended(departure, outcome);
-        files = self->environment_.files;
-        background = self->environment_.executors.background;
+    const auto self = weak.lock();
+    if (!self) co_return;
+    if (!outcome.failure) co_await self->removeRecords(departure);
+    self->ended(departure, outcome);
+}
+
+/// What only this machine knows of them follows them. A database that refuses is logged; the next sync puts it right.
+Async<void> Departures::removeRecords(const Departure& departure) {
+    LeftMessages left;
+    left.mailbox = departure.group.mailbox;
+    left.uidValidity = departure.group.uidValidity;
+    left.ids = departure.group.ids;
+    left.uids = departure.group.uids;
+    left.destination = departure.destination;
+    SyncWriter writer = environment_.writer;
+    try {
+        co_await writes_.finished();
+        co_await writer.removeLeft(std::move(left));
+    } catch (const sqlite::SQLiteError& error) {
+        log("Mail").error("Couldn't save mail cache: {}", pub(error.what()));
     }
-    if (!files || outcome.failure) co_return;
-    co_await callOn(background, [&] { removeBodies(*files, departure.group); });
 }
 
 namespace {
@@ -46,7 +59,7 @@ void Departures::ended(const Departure& departure, const CommandOutcome& outcome
         return;
     }
     ActionTroubles(environment_).settle(actionOf(departure), departure.group);
-    leaving_.remove(departure.group);
+    leaving_.haveLeft(departure.group);
     if (!departure.destination) return;
     syncs_.add({departure.group.mailbox.accountID, *departure.destination});
 }

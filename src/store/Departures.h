@@ -32,13 +32,14 @@ class Departures : public std::enable_shared_from_this<Departures> {
   public:
     /// All outlive this.
     Departures(StoreEnvironment& environment, StoreStatus& status, AccountEngines& engines, CommandLanes& lanes,
-               MailboxSyncs& syncs)
+               MailboxSyncs& syncs, ActionWrites& writes)
         : environment_(environment),
           status_(status),
           engines_(engines),
           lanes_(lanes),
           syncs_(syncs),
-          leaving_(environment, status) {}
+          writes_(writes),
+          leaving_(environment, status, writes) {}
 
     void hide(std::span<const MessageRecord> records) { leaving_.hide(records); }
     void putBack(const std::set<std::int64_t>& ids) { leaving_.putBack(ids); }
@@ -48,6 +49,7 @@ class Departures : public std::enable_shared_from_this<Departures> {
 
   private:
     static Async<void> run(std::weak_ptr<Departures> weak, Departure departure);
+    Async<void> removeRecords(const Departure& departure);
     void ended(const Departure& departure, const CommandOutcome& outcome);
     void failed(const Departure& departure, const CommandOutcome& outcome);
 
@@ -56,6 +58,7 @@ class Departures : public std::enable_shared_from_this<Departures> {
     AccountEngines& engines_;
     CommandLanes& lanes_;
     MailboxSyncs& syncs_;
+    ActionWrites& writes_;
     LeavingMessages leaving_;
 };
 

@@ -71,12 +71,15 @@ void run(const Migration& migration, ModelContext& context) {
 }
 
 void keepHouse(ModelContext& context, Settings& settings) {
+    const bool isFresh = !context.holdsOlderMail();
     for (const auto& migration : migrations) {
         if (settings.boolean(migration.key).value_or(false)) continue;
-        run(migration, context);
+        if (!isFresh) run(migration, context);
         settings.setBoolean(migration.key, true);
     }
     seedDefaultLabels(context);
+    // Fresh mail got its labels as it came, and a person may have taken them off since.
+    if (isFresh) settings.setBoolean(std::string(labeledCategoriesKey), true);
     labelExistingMail(context, settings);
 }
 

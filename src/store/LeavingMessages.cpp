@@ -1,7 +1,5 @@
 #include "store/LeavingMessages.h"
 
-#include "store/SavedCache.h"
-
 #include <map>
 #include <vector>
 
@@ -35,8 +33,7 @@ void LeavingMessages::endLeaving(const std::set<std::int64_t>& ids) {
 
 /// Goes by what is unread now, since that may change while they are hidden.
 void LeavingMessages::count(const std::set<std::int64_t>& ids, Count direction) {
-    saveCache(environment_.context, [&](ModelContext& context) {
-        const std::vector<std::int64_t> wanted(ids.begin(), ids.end());
+    writes_.run([wanted = std::vector<std::int64_t>(ids.begin(), ids.end()), direction](ModelContext& context) {
         std::map<MailboxKey, std::int64_t> unseen;
         for (const auto& record : context.messages.find(wanted)) {
             if (!record.isSeen) ++unseen[record.mailboxKey()];
@@ -46,16 +43,10 @@ void LeavingMessages::count(const std::set<std::int64_t>& ids, Count direction) 
     });
 }
 
-void LeavingMessages::remove(const MessageGroup& group) {
+void LeavingMessages::haveLeft(const MessageGroup& group) {
     const std::set ids(group.ids.begin(), group.ids.end());
-    saveCache(environment_.context, [&](ModelContext& context) { context.messages.remove(group.mailbox, group.ids); });
     endLeaving(ids);
     status_.show(ids);
-}
-
-void removeBodies(const MessageFiles& files, const MessageGroup& group) {
-    for (const auto uid : group.uids)
-        files.deleteBody({group.mailbox.accountID, group.mailbox.path, group.uidValidity, uid});
 }
 
 }

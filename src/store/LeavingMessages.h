@@ -1,5 +1,6 @@
 #pragma once
 
+#include "store/ActionWrites.h"
 #include "store/MessageGroups.h"
 #include "store/StoreEnvironment.h"
 #include "store/StoreStatus.h"
@@ -16,30 +17,27 @@ namespace velmo {
 /// the main executor. A database that refuses is logged; the next sync puts the rest right.
 class LeavingMessages {
   public:
-    /// Both outlive this.
-    LeavingMessages(StoreEnvironment& environment, StoreStatus& status)
-        : environment_(environment), status_(status), local_(environment.writer.localChanges()) {}
+    /// All outlive this.
+    LeavingMessages(StoreEnvironment& environment, StoreStatus& status, ActionWrites& writes)
+        : status_(status), writes_(writes), local_(environment.writer.localChanges()) {}
 
     void hide(std::span<const MessageRecord> records);
 
     /// Shows those that still exist again.
     void putBack(const std::set<std::int64_t>& ids);
 
-    /// They have left: removes the records that still exist.
-    void remove(const MessageGroup& group);
+    /// They have left, and their records are gone.
+    void haveLeft(const MessageGroup& group);
 
   private:
     enum class Count { leave, comeBack };
     void count(const std::set<std::int64_t>& ids, Count direction);
     void endLeaving(const std::set<std::int64_t>& ids);
 
-    StoreEnvironment& environment_;
     StoreStatus& status_;
+    ActionWrites& writes_;
     LocalChanges& local_;
     std::map<std::int64_t, std::pair<MailboxKey, std::uint32_t>> places_; ///< of those that are leaving, by id
 };
-
-/// Removes the sources of messages that are gone. Blocks for the disk.
-void removeBodies(const MessageFiles& files, const MessageGroup& group);
 
 }

@@ -87,6 +87,7 @@ MessageActions::Hooks MailStore::actionHooks() {
 }
 
 void MailStore::checked(const MailAccount& account, MailService::Check check) {
+    if (!isStopping_) actions_->sendUnsent(account.id);
     for (const auto& service : services_) service->checked(account, check);
     if (isRunning_ && !isStopping_ && environment_.account(account.id)) prefetch_->start(account);
 }

@@ -1,6 +1,7 @@
 #include "store/MessageActions.h"
 
 #include "base/Localisation.h"
+#include "platform/Log.h"
 #include "store/ActionTroubles.h"
 #include "store/CommandLanes.h"
 #include "store/Departures.h"
@@ -8,7 +9,6 @@
 #include "store/MailboxSyncs.h"
 #include "store/PendingAction.h"
 #include "store/RoleMailboxes.h"
-#include "store/SavedCache.h"
 
 #include <algorithm>
 #include <map>
@@ -49,10 +49,11 @@ struct MessageActions::State {
           directory(directory_),
           engines(engines_),
           hooks(std::move(hooks_)),
+          writes(std::make_shared<ActionWrites>(environment)),
           commands(environment.executors.main),
           syncs(std::make_shared<MailboxSyncs>(environment, hooks.syncMailbox)),
-          leaving(std::make_shared<Departures>(environment, status, engines, commands, *syncs)),
-          flags(std::make_shared<FlagChanges>(environment, status, engines, commands, *syncs)),
+          leaving(std::make_shared<Departures>(environment, status, engines, commands, *syncs, *writes)),
+          flags(std::make_shared<FlagChanges>(environment, status, engines, commands, *syncs, *writes)),
           pending(std::make_shared<PendingAction>(environment, status)),
           roles(directory, engines, hooks.listMailboxes) {}
 
@@ -77,6 +78,7 @@ struct MessageActions::State {
     MailboxDirectory& directory;
     AccountEngines& engines;
     Hooks hooks;
+    std::shared_ptr<ActionWrites> writes;
     CommandLanes commands;
     std::shared_ptr<MailboxSyncs> syncs;
     std::shared_ptr<Departures> leaving;
@@ -98,8 +100,12 @@ MessageActions::~MessageActions() = default;
 Records MessageActions::State::movable(const Records& records) {
     const auto ids = idsOf(records);
     Records found;
-    saveCache(environment.context,
-              [&](ModelContext& context) { found = context.messages.find(std::vector(ids.begin(), ids.end())); });
+    try {
+        found = environment.context.snapshot(
+            [&] { return environment.context.messages.find(std::vector(ids.begin(), ids.end())); });
+    } catch (const sqlite::SQLiteError& error) {
+        log("Mail").error("Couldn't read mail cache: {}", pub(error.what()));
+    }
     std::erase_if(found, [&](const auto& record) {
         const bool isNumber = record.uid != 0 && std::in_range<std::uint32_t>(record.uid);
         return !isNumber || status.hidden->contains(record.id) || !environment.account(record.accountID);
@@ -285,17 +291,17 @@ Taken MessageActions::setFlagged(const Records& records, FlagState state) {
 Taken MessageActions::label(const Records& records, const std::string& key, LabelChange change) {
     const auto ids = idsOf(records);
     const std::vector<std::int64_t> wanted(ids.begin(), ids.end());
-    Taken labelled;
-    saveCache(state_->environment.context, [&](ModelContext& context) {
-        for (const auto& record : context.messages.find(wanted)) {
-            labelled.insert(record.id);
+    auto& context = state_->environment.context;
+    const auto present = context.snapshot([&] { return idsOf(context.messages.find(wanted)); });
+    state_->writes->run([wanted, key, change](ModelContext& writing) {
+        for (const auto& record : writing.messages.find(wanted)) {
             MessageChange labels;
             labels.labelsJoined = settingLabel(record.labelsJoined, key, change);
-            context.messages.change(record.id, labels);
+            writing.messages.change(record.id, labels);
         }
     });
-    if (!labelled.empty()) state_->latest = State::Latest::labels;
-    return labelled;
+    if (!present.empty()) state_->latest = State::Latest::labels;
+    return present;
 }
 
 bool MessageActions::State::bannerOffersAnotherUndo() const {
@@ -338,6 +344,10 @@ bool MessageActions::isUnderWay(const Taken& messages) const {
     return state_->flags->isUnderWay(messages);
 }
 
+bool MessageActions::isUnconfirmed(const Taken& messages) const {
+    return state_->flags->isUnconfirmed(messages);
+}
+
 std::optional<std::string> MessageActions::takeFailure(const Taken& messages) {
     return ActionTroubles(state_->environment).take(messages);
 }
@@ -351,9 +361,14 @@ Async<std::string> MessageActions::roleMailbox(MailAccount account, MailboxRole 
     co_return co_await state->roles.path(std::move(account), role);
 }
 
+void MessageActions::sendUnsent(const UUID& accountID) {
+    state_->flags->resume(accountID);
+}
+
 Async<void> MessageActions::finished() {
     const auto state = state_;
-    while (!state->commands.isIdle() || !state->syncs->isIdle()) {
+    while (!state->commands.isIdle() || !state->syncs->isIdle() || !state->writes->isIdle()) {
+        co_await state->writes->finished();
         co_await state->commands.finished();
         co_await state->syncs->finished();
     }

@@ -98,8 +98,11 @@ class MessageActions {
     /// Why `undo` takes nothing back now, as a sentence for the person.
     std::string whyNotUndoable() const;
 
-    /// True while a server has not answered a change of flags of one of these messages.
+    /// True while a server is asked to change flags of one of these messages.
     bool isUnderWay(const Taken& messages) const;
+
+    /// True while no server has confirmed a change of flags of one of these messages.
+    bool isUnconfirmed(const Taken& messages) const;
 
     /// Why servers did not do what was last asked of these messages, for somebody who tells the person. Absent when
     /// nothing is known against it.
@@ -111,6 +114,10 @@ class MessageActions {
     /// The path of the account's mailbox of that role. One for drafts, sent mail or snoozed messages is made where
     /// there is none. Throws IMAPError when that fails, or when there is none of another role.
     Async<std::string> roleMailbox(MailAccount account, MailboxRole role);
+
+    /// Tells the server of the account what it has not heard of: flags that were changed while it didn't answer,
+    /// perhaps by an earlier run of the program. To be called whenever it has been reached.
+    void sendUnsent(const UUID& accountID);
 
     /// Waits until the servers have answered all that was begun, and the mailboxes that this changed are up to date.
     /// An action that can still be undone is not begun by this. Throws only a cancellation.

@@ -142,6 +142,7 @@ MessagePage MessageLists::readPage(const MessagePageRequest& request) {
     }
     if (ids.size() < request.limit) page.next = rows.cutAt();
     page.records = environment_.context.messages.find(ids);
+    for (auto& record : page.records) status_.applyShownFlags(record);
     return page;
 }
 
@@ -169,6 +170,7 @@ ConversationPage MessageLists::readConversations(const MessagePageRequest& reque
         if (auto newest = context.messages.find(place->id)) {
             auto& row = page.rows.emplace_back();
             row.newest = std::move(*newest);
+            status_.applyShownFlags(row.newest);
             for (const auto& each :
                  context.lists.thread(row.newest.accountID, row.newest.threadKey, longestConversation)) {
                 if (!isRow(each)) continue;
@@ -199,6 +201,7 @@ std::vector<MessageRecord> MessageLists::messages(const MessageListSource& sourc
 std::vector<MessageRecord> MessageLists::thread(const UUID& accountID, std::string_view threadKey) {
     auto records = environment_.context.messages.thread(accountID, threadKey);
     std::erase_if(records, [&](const MessageRecord& record) { return status_.hidden->contains(record.id); });
+    for (auto& record : records) status_.applyShownFlags(record);
     return records;
 }
 

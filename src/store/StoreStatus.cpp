@@ -58,6 +58,40 @@ void StoreStatus::show(const std::set<std::int64_t>& messages) {
     hidden.update([&](auto& all) { std::erase_if(all, [&](auto id) { return messages.contains(id); }); });
 }
 
+namespace {
+
+std::optional<bool>& placeOf(ShownFlags& shown, PersonalFlag flag) {
+    return flag == PersonalFlag::seen ? shown.isSeen : shown.isFlagged;
+}
+
+}
+
+void StoreStatus::showFlag(const std::vector<std::int64_t>& messages, PersonalFlag flag, bool value) {
+    shownFlags.update([&](auto& all) {
+        for (const auto id : messages) placeOf(all[id], flag) = value;
+    });
+}
+
+void StoreStatus::endShowing(const std::vector<std::int64_t>& messages, PersonalFlag flag, bool value) {
+    if (shownFlags->empty()) return;
+    shownFlags.update([&](auto& all) {
+        for (const auto id : messages) {
+            const auto found = all.find(id);
+            if (found == all.end()) continue;
+            auto& shown = placeOf(found->second, flag);
+            if (shown == value) shown.reset();
+            if (found->second == ShownFlags()) all.erase(found);
+        }
+    });
+}
+
+void StoreStatus::applyShownFlags(MessageRecord& record) const {
+    const auto found = shownFlags->find(record.id);
+    if (found == shownFlags->end()) return;
+    record.isSeen = found->second.isSeen.value_or(record.isSeen);
+    record.isFlagged = found->second.isFlagged.value_or(record.isFlagged);
+}
+
 void StoreStatus::remove(const UUID& accountID) {
     accounts.update([&](auto& all) { all.erase(accountID); });
     lastChecked.update([&](auto& all) { all.erase(accountID); });

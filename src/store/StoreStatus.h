@@ -3,6 +3,8 @@
 #include "base/Date.h"
 #include "base/Observed.h"
 #include "base/UUID.h"
+#include "records/MessageRecord.h"
+#include "records/UnsentFlagTable.h"
 
 #include <chrono>
 #include <cstdint>
@@ -40,6 +42,14 @@ struct Banner {
     friend bool operator==(const Banner&, const Banner&) = default;
 };
 
+/// Flags that are shown before they are stored.
+struct ShownFlags {
+    std::optional<bool> isSeen;
+    std::optional<bool> isFlagged;
+
+    friend bool operator==(const ShownFlags&, const ShownFlags&) = default;
+};
+
 /// What the mail store tells about its work: for the footer, the message line, and lists that must leave messages out.
 /// Lives on the main executor.
 class StoreStatus {
@@ -51,6 +61,9 @@ class StoreStatus {
     Observed<std::optional<Banner>> banner;
     /// Messages that are about to leave their mailbox: they are in the store, and no list shows them.
     Observed<std::set<std::int64_t>> hidden;
+
+    /// Flags that were changed while the store was busy, by message.
+    Observed<std::map<std::int64_t, ShownFlags>> shownFlags;
 
     SyncStatus of(const UUID& accountID) const;
     void set(const UUID& accountID, SyncStatus status);
@@ -64,6 +77,12 @@ class StoreStatus {
 
     void hide(const std::set<std::int64_t>& messages);
     void show(const std::set<std::int64_t>& messages);
+
+    /// A flag has this value wherever it is shown, until `endShowing` is told the same.
+    void showFlag(const std::vector<std::int64_t>& messages, PersonalFlag flag, bool value);
+    void endShowing(const std::vector<std::int64_t>& messages, PersonalFlag flag, bool value);
+    /// Gives the record the flags that are shown.
+    void applyShownFlags(MessageRecord& record) const;
 
     /// Forgets an account.
     void remove(const UUID& accountID);

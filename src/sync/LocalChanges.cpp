@@ -10,7 +10,7 @@ namespace {
 
 /// Gives the flag this value among those of a message; false when it had it.
 bool put(std::set<std::string>& flags, LocalChanges::Flag flag, bool value) {
-    const std::string_view name = LocalChanges::nameOf(flag);
+    const std::string_view name = serverNameOf(flag);
     const auto isIt = [&](const std::string& other) { return text::equalsIgnoringCase(other, name); };
     if (std::ranges::any_of(flags, isIt) == value) return false;
     if (value)
@@ -20,10 +20,6 @@ bool put(std::set<std::string>& flags, LocalChanges::Flag flag, bool value) {
     return true;
 }
 
-}
-
-std::string_view LocalChanges::nameOf(Flag flag) {
-    return flag == Flag::seen ? "\\Seen" : "\\Flagged";
 }
 
 // --- Readings ----------------------------------------------------------------------------------------------------

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "records/MailboxRecord.h"
+#include "records/UnsentFlagTable.h"
 #include "sync/MailboxDelta.h"
 
 #include <cstdint>
@@ -21,10 +22,7 @@ namespace velmo {
 /// take the change back until the next sync. May be used from any executor; made by `std::make_shared`.
 class LocalChanges : public std::enable_shared_from_this<LocalChanges> {
   public:
-    enum class Flag { seen, flagged };
-
-    /// As servers call it (RFC 3501 §2.3.2).
-    static std::string_view nameOf(Flag flag);
+    using Flag = PersonalFlag;
 
     /// What is asked of the server about mailboxes, from before the question until the answer is stored. To be used
     /// inside the transaction that stores it, so that no change comes between.

@@ -75,13 +75,15 @@ void RecordWriter::upsertMailboxes(const UUID& accountID, const std::vector<List
                                    const LocalChanges::Reading* reading) {
     // No account is without a mailbox; a listing without any is a server in trouble, and no reason to drop all mail.
     if (listed.empty() || removedAccounts_.contains(accountID)) return;
-    const auto gone = context_->transaction([&] { return storeListing(accountID, listed, reading); });
+    auto keepsakes = makeKeepsakes();
+    const auto gone = context_->transaction([&] { return storeListing(accountID, listed, reading, keepsakes); });
+    keepsakes.finish();
     for (const auto& mailbox : gone) files_.deleteMailbox(mailbox);
 }
 
 /// Gives the mailboxes that were removed.
 std::vector<MailboxKey> RecordWriter::storeListing(const UUID& accountID, const std::vector<ListedMailbox>& listed,
-                                                   const LocalChanges::Reading* reading) {
+                                                   const LocalChanges::Reading* reading, Keepsakes& keepsakes) {
     std::map<std::string, MailboxRecord> held;
     for (auto& record : context_->mailboxes.of(accountID)) held.emplace(record.path, record);
     std::set<std::string> present;
@@ -91,7 +93,8 @@ std::vector<MailboxKey> RecordWriter::storeListing(const UUID& accountID, const 
         record.accountID = accountID;
         record.path = path;
         const bool isOutdated = reading != nullptr && reading->precedesCount(record.key());
-        record.applyListing(mailbox, messages, isOutdated ? record.unreadCount : unseen);
+        const auto unread = unseen + context_->unsentFlags.unreadDifference(record.key());
+        record.applyListing(mailbox, messages, isOutdated ? record.unreadCount : unread);
         present.insert(path);
     }
     std::vector<MailboxKey> gone;
@@ -101,6 +104,7 @@ std::vector<MailboxKey> RecordWriter::storeListing(const UUID& accountID, const 
             continue;
         }
         gone.push_back(record.key());
+        keepsakes.keepAll(record);
         context_->messages.removeAll(record.key());
         context_->mailboxes.remove(record.key());
     }
@@ -134,15 +138,20 @@ AppliedDelta RecordWriter::apply(MailboxDelta delta, const MailboxKey& named, La
     auto made = makeRecords(delta.newMessages, mailbox, delta.state.uidValidity, labelNewMail);
     std::optional<MailboxRecord> before;
     Inserted inserted;
+    auto keepsakes = makeKeepsakes();
     context_->transaction([&] {
         before = context_->mailboxes.find(mailbox);
         if (!before) return;
-        const bool isOutdated = reading != nullptr && reading->correct(delta, mailbox);
-        if (delta.isReset)
+        const bool isUnsaid = !delta.isReset && context_->unsentFlags.correct(mailbox, delta.flagChanges);
+        const bool isOutdated = (reading != nullptr && reading->correct(delta, mailbox)) || isUnsaid;
+        if (delta.isReset) {
+            keepsakes.keepAll(*before);
             context_->messages.removeAll(mailbox);
-        else
-            applyKnown(delta, mailbox);
-        inserted = storeMessages(delta.newMessages, std::move(made), mailbox);
+        } else {
+            applyKnown(delta, *before, keepsakes);
+        }
+        inserted = storeMessages(delta.newMessages, std::move(made), mailbox, keepsakes);
+        keepsakes.expire();
         auto record = *before;
         takeState(record, delta.state);
         // From there on the flags are asked for again.
@@ -154,11 +163,13 @@ AppliedDelta RecordWriter::apply(MailboxDelta delta, const MailboxKey& named, La
         context_->mailboxes.store(record);
     });
     if (!before) return {};
+    keepsakes.finish();
     removeBodies(delta, mailbox, *before);
     return newsOf(std::move(delta), *before, inserted);
 }
 
-void RecordWriter::applyKnown(const MailboxDelta& delta, const MailboxKey& mailbox) {
+void RecordWriter::applyKnown(const MailboxDelta& delta, const MailboxRecord& record, Keepsakes& keepsakes) {
+    const auto mailbox = record.key();
     if (delta.flagChanges.empty() && delta.vanished.empty()) return;
     const std::unordered_set<std::uint32_t> vanished(delta.vanished.begin(), delta.vanished.end());
     auto wanted = delta.vanished;
@@ -174,6 +185,7 @@ void RecordWriter::applyKnown(const MailboxDelta& delta, const MailboxKey& mailb
         const auto received = MessageFlags::from(delta.flagChanges.at(held.uid));
         if (received != held.flags) context_->messages.setFlags(mailbox, held.id, received);
     }
+    keepsakes.keep(record, gone);
     context_->messages.remove(mailbox, gone);
 }
 
@@ -191,7 +203,8 @@ void RecordWriter::removeHeadless(std::span<const SyncedMessage> messages, const
 
 /// Inserts what is new, and brings the flags of what is held up to date. Gives the UIDs that were inserted.
 RecordWriter::Inserted RecordWriter::storeMessages(std::span<const SyncedMessage> messages,
-                                                   std::vector<MessageRecord> made, const MailboxKey& mailbox) {
+                                                   std::vector<MessageRecord> made, const MailboxKey& mailbox,
+                                                   Keepsakes& keepsakes) {
     std::unordered_map<std::uint32_t, StoredFlags> held;
     removeHeadless(messages, mailbox);
     for (auto& flags : context_->messages.flags(mailbox, uidsOf(messages))) held.emplace(flags.uid, std::move(flags));
@@ -213,7 +226,9 @@ RecordWriter::Inserted RecordWriter::storeMessages(std::span<const SyncedMessage
             fresh[place->second].setFlags(made[i].flags());
         }
     }
+    keepsakes.give(fresh);
     context_->messages.insert(fresh);
+    keepsakes.giveFlags(fresh);
     return inserted;
 }
 
@@ -243,14 +258,16 @@ void RecordWriter::insertOlder(const std::vector<SyncedMessage>& messages, const
     if (messages.empty()) return;
     const auto mailbox = canonical(named);
     auto made = makeRecords(messages, mailbox, uidValidity, labelNewMail);
+    auto keepsakes = makeKeepsakes();
     context_->transaction([&] {
         auto record = context_->mailboxes.find(mailbox);
         if (!takes(record, uidValidity)) return;
-        storeMessages(messages, std::move(made), mailbox);
+        storeMessages(messages, std::move(made), mailbox, keepsakes);
         const auto lowest = lowestUID(messages);
         if (record->oldestSyncedUID == 0 || lowest < record->oldestSyncedUID) record->oldestSyncedUID = lowest;
         context_->mailboxes.store(*record);
     });
+    keepsakes.finish();
 }
 
 void RecordWriter::insertMessages(const std::vector<SyncedMessage>& messages, const MailboxKey& named,
@@ -258,9 +275,32 @@ void RecordWriter::insertMessages(const std::vector<SyncedMessage>& messages, co
     if (messages.empty()) return;
     const auto mailbox = canonical(named);
     auto made = makeRecords(messages, mailbox, uidValidity, labelNewMail);
+    auto keepsakes = makeKeepsakes();
     context_->transaction([&] {
-        if (takes(context_->mailboxes.find(mailbox), uidValidity)) storeMessages(messages, std::move(made), mailbox);
+        if (takes(context_->mailboxes.find(mailbox), uidValidity))
+            storeMessages(messages, std::move(made), mailbox, keepsakes);
     });
+    keepsakes.finish();
+}
+
+void RecordWriter::removeLeft(const LeftMessages& left) {
+    auto keepsakes = makeKeepsakes();
+    context_->transaction([&] {
+        for (std::size_t i = 0; left.destination && i < left.ids.size(); ++i) {
+            std::optional<KeepsakeTable::Target> target;
+            if (const auto told = left.targetUIDs.find(left.uids[i]); told != left.targetUIDs.end())
+                target = KeepsakeTable::Target{*left.destination, left.targetUIDValidity, told->second};
+            keepsakes.keep(left.ids[i], target);
+        }
+        context_->messages.remove(left.mailbox, left.ids);
+    });
+    keepsakes.finish();
+    for (const auto uid : left.uids)
+        files_.deleteBody({left.mailbox.accountID, left.mailbox.path, left.uidValidity, uid});
+}
+
+void RecordWriter::write(const std::function<void(ModelContext&)>& work) {
+    context_->transaction([&] { work(*context_); });
 }
 
 AppliedDelta RecordWriter::newsOf(MailboxDelta delta, const MailboxRecord& before, const Inserted& inserted) {

@@ -3,11 +3,13 @@
 #include "base/Clock.h"
 #include "records/MessageFiles.h"
 #include "records/ModelContext.h"
+#include "sync/Keepsakes.h"
 #include "sync/ListedMailbox.h"
 #include "sync/LocalChanges.h"
 #include "sync/MailboxDelta.h"
 #include "sync/WriterTypes.h"
 
+#include <functional>
 #include <memory>
 #include <set>
 #include <span>
@@ -36,6 +38,8 @@ class RecordWriter {
                      LabelNewMail labelNewMail);
     void insertMessages(const std::vector<SyncedMessage>& messages, const MailboxKey& mailbox, std::int64_t uidValidity,
                         LabelNewMail labelNewMail);
+    void removeLeft(const LeftMessages& left);
+    void write(const std::function<void(ModelContext&)>& work);
     std::size_t indexTexts(std::size_t limit) { return context_->texts.indexNext(limit); }
     void dropStaleIndex() { context_->texts.dropStaleIndex(); }
     void deleteAccount(const UUID& accountID);
@@ -45,11 +49,12 @@ class RecordWriter {
     using Inserted = std::unordered_map<std::uint32_t, std::size_t>;
 
     std::vector<MailboxKey> storeListing(const UUID& accountID, const std::vector<ListedMailbox>& listed,
-                                         const LocalChanges::Reading* reading);
+                                         const LocalChanges::Reading* reading, Keepsakes& keepsakes);
     void removeHeadless(std::span<const SyncedMessage> messages, const MailboxKey& mailbox);
     Inserted storeMessages(std::span<const SyncedMessage> messages, std::vector<MessageRecord> made,
-                           const MailboxKey& mailbox);
-    void applyKnown(const MailboxDelta& delta, const MailboxKey& mailbox);
+                           const MailboxKey& mailbox, Keepsakes& keepsakes);
+    void applyKnown(const MailboxDelta& delta, const MailboxRecord& mailbox, Keepsakes& keepsakes);
+    Keepsakes makeKeepsakes() { return {*context_, files_, clock_->now()}; }
     void refreshUnreadCount(MailboxRecord& record, const MailboxDelta& delta, const LocalChanges::Reading* reading);
     void removeBodies(const MailboxDelta& delta, const MailboxKey& mailbox, const MailboxRecord& before) const;
     static AppliedDelta newsOf(MailboxDelta delta, const MailboxRecord& before, const Inserted& inserted);

@@ -60,6 +60,16 @@ Async<void> SyncWriter::insertMessages(std::vector<SyncedMessage> messages, UUID
     co_await callOn(state->strand, [&] { state->writer.insertMessages(messages, mailbox, uidValidity, labelNewMail); });
 }
 
+Async<void> SyncWriter::removeLeft(LeftMessages left) {
+    const auto state = state_;
+    co_await callOn(state->strand, [&] { state->writer.removeLeft(left); });
+}
+
+Async<void> SyncWriter::write(std::function<void(ModelContext&)> work) {
+    const auto state = state_;
+    co_await callOn(state->strand, [&] { state->writer.write(work); });
+}
+
 Async<std::size_t> SyncWriter::indexTexts(std::size_t limit) {
     const auto state = state_;
     co_return co_await callOn(state->strand, [&] { return state->writer.indexTexts(limit); });

@@ -12,6 +12,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -59,6 +60,13 @@ class SyncWriter {
     /// held already only get their flags.
     Async<void> insertMessages(std::vector<SyncedMessage> messages, UUID accountID, std::string path,
                                std::int64_t uidValidity, LabelNewMail labelNewMail);
+
+    /// Removes the records and bodies of messages that have left. What only this machine knows of those that were moved
+    /// follows them.
+    Async<void> removeLeft(LeftMessages left);
+
+    /// Runs `work` as one commit, behind whatever was asked before.
+    Async<void> write(std::function<void(ModelContext&)> work);
 
     /// Takes up to this many stored messages into the full-text index over their texts. Gives how many were left, at
     /// most as many again; 0: the index is complete.

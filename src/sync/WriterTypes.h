@@ -1,9 +1,12 @@
 #pragma once
 
 #include "protocols/MailboxRole.h"
+#include "records/MailboxRecord.h"
 #include "sync/MailboxDelta.h"
 
 #include <cstdint>
+#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,6 +31,17 @@ struct SyncState {
     std::vector<std::uint32_t> headless;  ///< some of those of which nothing but the UID could be had yet
 
     friend bool operator==(const SyncState&, const SyncState&) = default;
+};
+
+/// Messages that have left a mailbox at the person's command.
+struct LeftMessages {
+    MailboxKey mailbox;
+    std::int64_t uidValidity = 0;
+    std::vector<std::int64_t> ids;
+    std::vector<std::uint32_t> uids;        ///< in the order of the ids
+    std::optional<std::string> destination; ///< a path; absent: they are deleted for good
+    std::int64_t targetUIDValidity = 0;
+    std::map<std::uint32_t, std::uint32_t> targetUIDs; ///< where the server told them (RFC 4315), by UID
 };
 
 /// Whether new mail gets the label of its category.

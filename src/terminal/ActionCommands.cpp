@@ -102,9 +102,6 @@ Taken removeLabel(Session& session, const Records& records, const ActionWords& w
     return setLabel(session, records, words, LabelChange::remove);
 }
 
-/// How long a command waits for the server before it says that it is done here.
-constexpr Duration mostForServer{4'000};
-
 std::optional<UUID> bannerID(Session& session) {
     const auto& banner = session.app.store().status().banner.get();
     return banner ? std::optional(banner->id) : std::nullopt;
@@ -258,6 +255,11 @@ void throwFailure(Session& session, const Taken& taken) {
     if (const auto failure = actionsOf(session).takeFailure(taken)) throw CommandError(*failure);
 }
 
+/// What a server did not answer stays noted, and is asked of it again.
+Progress progressOf(Session& session, const Taken& taken) {
+    return actionsOf(session).isUnconfirmed(taken) ? Progress::waiting : Progress::done;
+}
+
 /// In a process of its own an action is carried out before the process ends. In the running application what can be
 /// undone waits for that, and a flag waits a while for its server.
 Async<Progress> seeThrough(Session& session, const Report& report) {
@@ -265,16 +267,16 @@ Async<Progress> seeThrough(Session& session, const Report& report) {
         actionsOf(session).commitPendingAction();
         co_await actionsOf(session).finished();
         throwFailure(session, report.taken);
-        co_return Progress::done;
+        co_return progressOf(session, report.taken);
     }
     if (!report.title.empty()) co_return Progress::pending;
     const Instant limit = session.app.clock().instant() + patience;
     while (actionsOf(session).isUnderWay(report.taken)) {
-        if (session.app.clock().instant() >= limit) co_return Progress::waiting;
+        if (session.app.clock().instant() >= limit) break;
         co_await session.app.clock().wait(look);
     }
     throwFailure(session, report.taken);
-    co_return Progress::done;
+    co_return progressOf(session, report.taken);
 }
 
 Async<void> run(Session& session, const ActionWords& words, Act act, const char* name) {

@@ -42,18 +42,18 @@ TEST_F(MessageFilesTest, EveryMailboxIsOneDirectory) {
     }
 }
 
-TEST_F(MessageFilesTest, BodiesAreSavedReplacedCopiedAndDeleted) {
+TEST_F(MessageFilesTest, BodiesAreSavedReplacedHandedOnAndDeleted) {
     EXPECT_EQ(files_.loadBody(key("INBOX")), std::nullopt);
     EXPECT_EQ(files_.bodyFileSize(key("INBOX")), 0);
-    files_.copyBody(key("INBOX"), key("Sent"));
+    EXPECT_FALSE(files_.adopt(key("INBOX"), 0, key("Sent")));
     EXPECT_EQ(files_.loadBody(key("Sent")), std::nullopt);
     EXPECT_EQ(files_.storedBytes(), 0);
 
     files_.saveBody("a long first body", key("INBOX"));
     files_.saveBody("second", key("INBOX"));
     files_.saveBody("target", key("Sent"));
-    files_.copyBody(key("INBOX"), key("Sent"));
-    files_.copyBody(key("INBOX"), key("INBOX"));
+    EXPECT_TRUE(files_.adopt(key("INBOX"), 0, key("Sent")));
+    EXPECT_TRUE(files_.adopt(key("INBOX"), 0, key("INBOX")));
     EXPECT_EQ(files_.loadBody(key("Sent")), "second");
     EXPECT_EQ(files_.bodyFileSize(key("INBOX")), 6);
     EXPECT_GT(files_.storedBytes(), 0);
