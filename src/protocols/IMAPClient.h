@@ -3,6 +3,7 @@
 #include "base/Async.h"
 #include "base/Bytes.h"
 #include "base/Clock.h"
+#include "protocols/IMAPCopiedUIDs.h"
 #include "protocols/IMAPError.h"
 #include "protocols/IMAPFetchResult.h"
 #include "protocols/IMAPMailbox.h"
@@ -124,8 +125,8 @@ class IMAPClient {
     /// message of the mailbox that is flagged so. Refused, they are flagged no more.
     Async<void> deleteMessages(std::string path, std::string set);
 
-    /// Moves (RFC 6851), or copies and deletes where the server can't.
-    Async<void> moveMessages(std::string path, std::string set, std::string destination);
+    /// Moves (RFC 6851), or copies and deletes where the server can't. Gives where they went, as far as it is told.
+    Async<IMAPCopiedUIDs> moveMessages(std::string path, std::string set, std::string destination);
 
     /// A mailbox that exists already is a success.
     Async<void> createMailbox(std::string path);

@@ -24,6 +24,9 @@ std::optional<IMAPMailbox> readMailbox(IMAPValues response) {
     return mailbox;
 }
 
+/// Of one command to move.
+constexpr std::size_t mostCopied = 200'000;
+
 /// What a status code such as "UIDNEXT 4392" tells.
 void readSelectCode(std::string_view code, IMAPSelectedState& state) {
     const std::vector<std::string_view> words = text::split(code, ' ');
@@ -267,22 +270,22 @@ Async<void> IMAPClient::deleteMessages(std::string path, std::string set) {
     });
 }
 
-Async<void> IMAPClient::moveMessages(std::string path, std::string set, std::string destination) {
-    return runOn(
-        executor_,
-        [this, path = std::move(path), set = std::move(set), destination = std::move(destination)]() -> Async<void> {
-            refuseLineBreaks({path, set, destination});
-            co_await ensureSelected(path);
-            for (const auto& piece : setPieces(set)) {
-                const std::string target = piece + " " + imapQuoted(destination);
-                if (has("MOVE")) {
-                    co_await execute("UID MOVE " + target);
-                } else {
-                    co_await execute("UID COPY " + target);
-                    co_await deleteMessages(path, piece);
-                }
-            }
-        });
+Async<IMAPCopiedUIDs> IMAPClient::moveMessages(std::string path, std::string set, std::string destination) {
+    return runOn(executor_,
+                 [this, path = std::move(path), set = std::move(set),
+                  destination = std::move(destination)]() -> Async<IMAPCopiedUIDs> {
+                     refuseLineBreaks({path, set, destination});
+                     co_await ensureSelected(path);
+                     IMAPCopiedUIDs copied;
+                     for (const auto& piece : setPieces(set)) {
+                         const std::string command = has("MOVE") ? "UID MOVE " : "UID COPY ";
+                         const auto responses = co_await execute(command + piece + " " + imapQuoted(destination));
+                         for (const IMAPResponse& response : responses)
+                             if (response.code()) addCopiedUIDs(*response.code(), mostCopied, copied);
+                         if (!has("MOVE")) co_await deleteMessages(path, piece);
+                     }
+                     co_return copied;
+                 });
 }
 
 Async<void> IMAPClient::createMailbox(std::string path) {

@@ -3,7 +3,9 @@
 #include "records/MessageTable.h"
 #include "records/StoreConnection.h"
 
+#include <algorithm>
 #include <string_view>
+#include <utility>
 
 namespace velmo {
 
@@ -28,11 +30,11 @@ std::string selectKeepsakes(std::string_view rest) {
 std::string insertFrom(std::string_view condition) {
     return "INSERT INTO keepsakes (accountID, mailboxPath, uid, uidValidity, messageID, date, size, fromEmail, "
            "subject, hasBody, snippet, categoryRaw, labelsJoined, summary, translation, translationLanguage, isSeen, "
-           "isFlagged, targetPath, targetUIDValidity, targetUID, keptAt) "
+           "isFlagged, targetPath, targetUIDValidity, targetUID, targetFrom, keptAt) "
            "SELECT accountID, mailboxPath, uid, uidValidity, ifnull(messageID, ''), date, size, fromEmail, subject, "
            "hasBody, snippet, categoryRaw, labelsJoined, summary, translation, translationLanguage, "
            "(SELECT value FROM unsentFlags WHERE message = m.id AND flag = 0), "
-           "(SELECT value FROM unsentFlags WHERE message = m.id AND flag = 1), ?, ?, ?, ? FROM messages m WHERE " +
+           "(SELECT value FROM unsentFlags WHERE message = m.id AND flag = 1), ?, ?, ?, ?, ? FROM messages m WHERE " +
            std::string(condition) + " RETURNING " + std::string(columns);
 }
 
@@ -64,15 +66,16 @@ std::optional<Keepsake> KeepsakeTable::keep(std::int64_t message, Date now, cons
     static const std::string sql = insertFrom("id = ? AND (? OR ifnull(messageID, '') <> '')");
     return connection_.write([&] {
         std::optional<std::string> path;
-        std::optional<std::int64_t> uidValidity, uid;
+        std::optional<std::int64_t> uidValidity, uid, from;
         if (target) {
             path = target->path;
             uidValidity = target->uidValidity;
             uid = target->uid;
+            from = target->from;
         }
         std::optional<Keepsake> kept;
         auto row = connection_.query(sql);
-        row.bind(path, uidValidity, uid, now, message, target.has_value());
+        row.bind(path, uidValidity, uid, from, now, message, target.has_value());
         while (row.step()) kept = keepsakeOf(row);
         return kept;
     });
@@ -83,10 +86,30 @@ std::vector<Keepsake> KeepsakeTable::keepAll(const MailboxKey& mailbox, Date now
     return connection_.write([&] {
         std::vector<Keepsake> kept;
         auto row = connection_.query(sql);
-        row.bind(std::nullopt, std::nullopt, std::nullopt, now, mailbox.accountID, mailbox.path);
+        row.bind(std::nullopt, std::nullopt, std::nullopt, std::nullopt, now, mailbox.accountID, mailbox.path);
         while (row.step()) kept.push_back(keepsakeOf(row));
         return kept;
     });
+}
+
+KeepsakeTable::Expected KeepsakeTable::expectedIn(const MailboxKey& mailbox) {
+    Expected expected;
+    auto row = connection_.query("SELECT targetUIDValidity, targetUID, ifnull(targetFrom, 0) FROM keepsakes "
+                                 "WHERE accountID = ? AND targetPath = ? ORDER BY id");
+    row.bind(mailbox.accountID, mailbox.path);
+    while (row.step()) {
+        std::int64_t uidValidity = 0;
+        std::int64_t from = 0;
+        std::optional<std::int64_t> uid;
+        row.read(uidValidity, uid, from);
+        if (uidValidity != expected.uidValidity) expected = {{}, 0, uidValidity};
+        if (uid && std::in_range<std::uint32_t>(*uid)) expected.uids.push_back(static_cast<std::uint32_t>(*uid));
+        if (uid || from == 0 || !std::in_range<std::uint32_t>(from)) continue;
+        const auto first = static_cast<std::uint32_t>(from);
+        expected.from = expected.from == 0 ? first : std::min(expected.from, first);
+    }
+    std::ranges::sort(expected.uids);
+    return expected;
 }
 
 std::optional<Keepsake> KeepsakeTable::take(const MessageRecord& record) {

@@ -44,8 +44,16 @@ class KeepsakeTable {
     /// Where a message went, as far as the server told.
     struct Target {
         std::string path;
-        std::int64_t uidValidity = 0;
-        std::int64_t uid = 0;
+        std::int64_t uidValidity = 0;     ///< 0: unknown
+        std::optional<std::int64_t> uid;  ///< of the message
+        std::optional<std::int64_t> from; ///< the lowest UID that it can have
+    };
+
+    /// Messages that were moved to a mailbox and not met there yet.
+    struct Expected {
+        std::vector<std::uint32_t> uids; ///< ascending
+        std::uint32_t from = 0;          ///< the lowest UID of those whose UID is unknown; 0: there are none
+        std::int64_t uidValidity = 0;    ///< of those UIDs; 0: unknown
     };
 
     /// Keeps what is known of a message that is about to be removed; absent when nobody could tell that it is met
@@ -54,6 +62,9 @@ class KeepsakeTable {
 
     /// The same for all messages of a mailbox.
     std::vector<Keepsake> keepAll(const MailboxKey& mailbox, Date now);
+
+    /// Those that were moved last, where the mailbox was numbered anew in between.
+    Expected expectedIn(const MailboxKey& mailbox);
 
     /// What fits the message, which is not stored yet. It is kept no more.
     std::optional<Keepsake> take(const MessageRecord& record);

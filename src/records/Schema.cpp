@@ -153,10 +153,11 @@ CREATE TABLE keepsakes (
     targetPath TEXT,
     targetUIDValidity INTEGER,
     targetUID INTEGER,
+    targetFrom INTEGER,
     keptAt INTEGER NOT NULL
 );
 CREATE INDEX keepsakesByMessageID ON keepsakes (accountID, messageID);
-CREATE INDEX keepsakesByTarget ON keepsakes (accountID, targetPath, targetUID) WHERE targetUID IS NOT NULL;
+CREATE INDEX keepsakesByTarget ON keepsakes (accountID, targetPath, targetUID) WHERE targetPath IS NOT NULL;
 CREATE INDEX keepsakesByTime ON keepsakes (keptAt);
 
 -- A store without messages holds nothing that an older version wrote, and never will.

@@ -18,7 +18,7 @@ namespace {
 
 /// What a pass syncs, in its order.
 std::vector<MailboxEntry> inOrder(std::vector<MailboxEntry> entries, const PassHooks& hooks) {
-    std::erase_if(entries, [](const auto& entry) { return !entry.isSelectable || entry.role == MailboxRole::all; });
+    std::erase_if(entries, [](const auto& entry) { return !entry.isSelectable; });
     std::ranges::stable_sort(entries, {}, [&](const auto& entry) {
         return hooks.priority ? hooks.priority(entry) : syncPriority(entry.role);
     });
@@ -88,6 +88,7 @@ class Pass {
         }
         mailbox.reading = writer_.localChanges().beginReading();
         mailbox.held = co_await writer_.syncState(accountID_, path);
+        if (!mailbox.held.isWanted()) co_return;
         prepared_ = std::move(mailbox);
     }
 

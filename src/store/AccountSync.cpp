@@ -149,6 +149,7 @@ Async<void> AccountSync::syncMailbox(MailAccount account, std::string path) {
     const auto engine = engines_.engine(account);
     auto reading = environment_.writer.localChanges().beginReading();
     SyncState state = co_await environment_.writer.syncState(account.id, path);
+    if (!state.isWanted()) co_return;
     MailboxDelta delta = co_await engine->syncMailbox(path, std::move(state));
     const AppliedDelta applied =
         co_await environment_.writer.apply(std::move(delta), account.id, path, labelNewMail(), std::move(reading));

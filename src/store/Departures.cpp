@@ -24,18 +24,21 @@ Async<void> Departures::run(std::weak_ptr<Departures> weak, Departure departure)
     }
     const auto self = weak.lock();
     if (!self) co_return;
-    if (!outcome.failure) co_await self->removeRecords(departure);
+    if (!outcome.failure) co_await self->removeRecords(departure, outcome);
     self->ended(departure, outcome);
 }
 
 /// What only this machine knows of them follows them. A database that refuses is logged; the next sync puts it right.
-Async<void> Departures::removeRecords(const Departure& departure) {
+Async<void> Departures::removeRecords(const Departure& departure, const CommandOutcome& outcome) {
     LeftMessages left;
     left.mailbox = departure.group.mailbox;
     left.uidValidity = departure.group.uidValidity;
     left.ids = departure.group.ids;
     left.uids = departure.group.uids;
     left.destination = departure.destination;
+    left.targetUIDValidity = outcome.copied.uidValidity;
+    left.targetUIDs = outcome.copied.targets;
+    left.targetFrom = outcome.firstArrived;
     SyncWriter writer = environment_.writer;
     try {
         co_await writes_.finished();

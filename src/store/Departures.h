@@ -49,7 +49,7 @@ class Departures : public std::enable_shared_from_this<Departures> {
 
   private:
     static Async<void> run(std::weak_ptr<Departures> weak, Departure departure);
-    Async<void> removeRecords(const Departure& departure);
+    Async<void> removeRecords(const Departure& departure, const CommandOutcome& outcome);
     void ended(const Departure& departure, const CommandOutcome& outcome);
     void failed(const Departure& departure, const CommandOutcome& outcome);
 

@@ -100,11 +100,20 @@ RenumberedMailbox::RenumberedMailbox()
 Async<CommandOutcome> moveOnServer(std::shared_ptr<SyncEngine> engine, MessageGroup group, std::string target) {
     Command command(std::move(engine), std::move(group), Selecting::always);
     bool marks = false;
-    const Change change = [&](IMAPClient& client) {
+    IMAPCopiedUIDs copied;
+    std::uint32_t firstArrived = 0;
+    const Change change = [&](IMAPClient& client) -> Async<void> {
         marks = !client.has("MOVE");
-        return client.moveMessages(command.path(), command.set(), target);
+        if (!client.has("UIDPLUS")) {
+            std::vector<std::string> paths(1, target);
+            const auto told = co_await client.statuses(std::move(paths));
+            firstArrived = told.front() ? told.front()->uidNext : 0;
+        }
+        copied = co_await client.moveMessages(command.path(), command.set(), target);
     };
     CommandOutcome outcome = co_await command.run(change);
+    outcome.copied = std::move(copied);
+    outcome.firstArrived = firstArrived;
     if (marks) co_await command.unmark(outcome);
     co_return outcome;
 }

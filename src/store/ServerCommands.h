@@ -16,6 +16,8 @@ struct CommandOutcome {
     std::exception_ptr failure; ///< absent: the server has done it
     /// The command had been sent when it failed: all of it, some or nothing may have happened.
     bool isUncertain = false;
+    IMAPCopiedUIDs copied;          ///< of a move, where the server tells it
+    std::uint32_t firstArrived = 0; ///< UIDNEXT of the target before a move, where the server tells only that; or 0
 
     /// Nothing was sent.
     static CommandOutcome cancelled();

@@ -20,7 +20,8 @@ namespace velmo {
 struct FetchedHeads {
     std::vector<SyncedMessage> messages;                  ///< that were asked for, each once
     std::map<std::uint32_t, std::set<std::string>> flags; ///< of the others, by UID
-    std::vector<std::uint32_t> bare; ///< that were asked for, and of which nothing but the UID or flags came
+    std::vector<std::uint32_t> bare;    ///< that were asked for, and of which nothing but the UID or flags came
+    std::optional<std::string> refusal; ///< why some could not be had, in the words of the server
 };
 
 /// Puts together what belongs to one UID; a result without a UID tells nothing. A message is what `isAsked` accepts and

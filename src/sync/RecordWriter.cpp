@@ -115,12 +115,19 @@ SyncState RecordWriter::syncState(const MailboxKey& named) {
     const auto mailbox = canonical(named);
     const auto record = context_->mailboxes.find(mailbox);
     if (!record) return {};
-    return {record->uidValidity,
-            record->uidNext,
-            record->highestModSeq,
-            record->oldestSyncedUID,
-            context_->messages.uids(mailbox),
-            context_->messages.headless(mailbox, headlessAtOnce)};
+    SyncState state;
+    state.uidValidity = record->uidValidity;
+    state.uidNext = record->uidNext;
+    state.highestModSeq = record->highestModSeq;
+    state.oldestSyncedUID = record->oldestSyncedUID;
+    state.knownUIDs = context_->messages.uids(mailbox);
+    state.headless = context_->messages.headless(mailbox, headlessAtOnce);
+    auto expected = context_->keepsakes.expectedIn(mailbox);
+    state.arrived = std::move(expected.uids);
+    state.arrivedFrom = expected.from;
+    state.arrivedUIDValidity = expected.uidValidity;
+    state.isPartial = record->role() == MailboxRole::all;
+    return state;
 }
 
 void RecordWriter::deleteAccount(const UUID& accountID) {
@@ -289,7 +296,9 @@ void RecordWriter::removeLeft(const LeftMessages& left) {
         for (std::size_t i = 0; left.destination && i < left.ids.size(); ++i) {
             std::optional<KeepsakeTable::Target> target;
             if (const auto told = left.targetUIDs.find(left.uids[i]); told != left.targetUIDs.end())
-                target = KeepsakeTable::Target{*left.destination, left.targetUIDValidity, told->second};
+                target = {*left.destination, left.targetUIDValidity, told->second, {}};
+            else if (left.targetFrom != 0)
+                target = {*left.destination, 0, {}, left.targetFrom};
             keepsakes.keep(left.ids[i], target);
         }
         context_->messages.remove(left.mailbox, left.ids);

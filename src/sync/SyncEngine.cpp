@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <fmt/format.h>
 #include <limits>
+#include <tuple>
 #include <unordered_set>
 #include <utility>
 
@@ -17,8 +18,6 @@ namespace {
 constexpr std::string_view headerItems = "UID FLAGS INTERNALDATE RFC822.SIZE ENVELOPE BODYSTRUCTURE "
                                          "BODY.PEEK[HEADER.FIELDS (REFERENCES LIST-UNSUBSCRIBE LIST-ID PRECEDENCE)]";
 constexpr std::string_view gmailItem = " X-GM-THRID";
-constexpr std::string_view wholeMessageItems = "UID BODY.PEEK[]";
-
 constexpr std::int64_t firstSyncBatch = 200;
 constexpr std::size_t statusesInARow = 50;
 /// Refused slices of heads, until the whole command counts as refused: each message that is refused alone costs as many
@@ -29,19 +28,12 @@ constexpr std::size_t snippetChunksInARow = 8;
 constexpr int plainSnippetBytes = 1500;
 constexpr int htmlSnippetBytes = 8000;
 
-constexpr Duration longestBlindWait{120'000};
 constexpr Duration logOutTime{10'000};
 
 std::string messageItems(const IMAPClient& client) {
     std::string items(headerItems);
     if (client.has("X-GM-EXT-1")) items += gmailItem;
     return items;
-}
-
-/// Only what stands in one line of printable ASCII can be asked for, and is worth asking for.
-bool isSearchableMessageID(std::string_view messageID) {
-    return !messageID.empty() && messageID.size() <= 900 &&
-           std::ranges::all_of(messageID, [](char c) { return c > ' ' && c <= '~'; });
 }
 
 void append(std::vector<SyncedMessage>& to, std::vector<SyncedMessage> more) {
@@ -51,6 +43,7 @@ void append(std::vector<SyncedMessage>& to, std::vector<SyncedMessage> more) {
 void join(FetchedHeads& to, FetchedHeads more) {
     append(to.messages, std::move(more.messages));
     to.flags.merge(more.flags);
+    if (more.refusal) to.refusal = std::move(more.refusal);
 }
 
 /// A message that is there, and that the server tells nothing about.
@@ -60,13 +53,6 @@ SyncedMessage headless(std::uint32_t uid, Date now) {
     message.hasFlags = false;
     message.date = now;
     return message;
-}
-
-/// Something happened to the mailbox since it was synced. What a server does not tell is no difference.
-bool differs(const IMAPSelectedState& found, const IMAPSelectedState& held) {
-    return found.exists != held.exists || found.uidValidity != held.uidValidity ||
-           (found.uidNext != 0 && found.uidNext != held.uidNext) ||
-           (found.highestModSeq && held.highestModSeq && found.highestModSeq != held.highestModSeq);
 }
 
 /// Goes on where the server refuses; every other failure is thrown.
@@ -79,10 +65,14 @@ Async<void> unlessRefused(F command) {
     }
 }
 
-void refuseNewNumbers(const IMAPClient& client, std::int64_t uidValidity) {
-    const auto& state = client.selectedState();
-    if (state && state->uidValidity != 0 && uidValidity != 0 && state->uidValidity != uidValidity)
-        throw IMAPError::unexpected("the messages have new numbers");
+/// What is held of a mailbox that has new numbers.
+void forgetNumbers(SyncState& stored) {
+    SyncState now;
+    now.arrived = std::move(stored.arrived);
+    now.arrivedFrom = stored.arrivedFrom;
+    now.arrivedUIDValidity = stored.arrivedUIDValidity;
+    now.isPartial = stored.isPartial;
+    stored = std::move(now);
 }
 
 /// Messages whose snippet is in the same section and of the same kind; one command serves them all.
@@ -140,11 +130,6 @@ IMAPFetchRequest snippetRequest(const SnippetGroup& group, std::span<const Wante
 }
 
 }
-
-struct SyncEngine::Heads {
-    FetchedHeads fetched;
-    std::optional<std::string> refusal;
-};
 
 SyncEngine::SyncEngine(UUID accountID, ServerConfig server, CredentialSource credential, Clock& clock,
                        const Executor& io)
@@ -264,17 +249,20 @@ Async<MailboxDelta> SyncEngine::syncFrom(const std::string& path, SyncState stor
     MailboxDelta delta;
     delta.state = co_await client->locked([&] { return client->select(path); });
     delta.isReset = stored.uidValidity != 0 && stored.uidValidity != delta.state.uidValidity;
-    if (delta.isReset) stored = SyncState();
+    if (delta.isReset) forgetNumbers(stored);
     if (delta.state.exists < 1) {
         delta.vanished = std::move(stored.knownUIDs);
         co_return delta;
     }
-    delta.isFilling = stored.knownUIDs.empty();
+    delta.isFilling = stored.knownUIDs.empty() && !stored.isPartial;
     if (delta.isFilling) {
         auto heads = co_await fetchNewest(client, path, delta.state.exists);
         take(std::move(heads), delta);
-    } else {
+    } else if (!stored.isPartial) {
         co_await readNew(client, path, stored, delta);
+    }
+    co_await readArrived(client, path, stored, delta);
+    if (!stored.knownUIDs.empty()) {
         co_await readHeadless(client, path, stored, delta);
         co_await readFlags(client, path, stored, delta);
         co_await readVanished(client, path, stored, delta);
@@ -286,22 +274,21 @@ Async<MailboxDelta> SyncEngine::syncFrom(const std::string& path, SyncState stor
 // --- Heads ---------------------------------------------------------------------------------------------------------
 
 /// What came without a head is asked for once more.
-Async<SyncEngine::Heads> SyncEngine::withBare(const Client& client, const std::string& path, FetchedHeads fetched) {
-    Heads heads;
+Async<FetchedHeads> SyncEngine::withBare(const Client& client, const std::string& path, FetchedHeads fetched) {
     auto bare = std::exchange(fetched.bare, {});
-    if (!bare.empty()) heads = co_await fetchHeads(client, path, std::move(bare));
-    join(fetched, std::move(heads.fetched));
-    heads.fetched = std::move(fetched);
-    co_return heads;
+    if (bare.empty()) co_return fetched;
+    auto more = co_await fetchHeads(client, path, std::move(bare));
+    join(fetched, std::move(more));
+    co_return fetched;
 }
 
-void SyncEngine::take(Heads heads, MailboxDelta& delta) {
-    append(delta.newMessages, std::move(heads.fetched.messages));
-    delta.flagChanges.merge(heads.fetched.flags);
+void SyncEngine::take(FetchedHeads heads, MailboxDelta& delta) {
+    append(delta.newMessages, std::move(heads.messages));
+    delta.flagChanges.merge(heads.flags);
     if (heads.refusal) delta.refusal = std::move(heads.refusal);
 }
 
-Async<SyncEngine::Heads> SyncEngine::fetchNewest(const Client& client, const std::string& path, std::int64_t exists) {
+Async<FetchedHeads> SyncEngine::fetchNewest(const Client& client, const std::string& path, std::int64_t exists) {
     const std::int64_t start = std::max(exists, firstSyncBatch) - (firstSyncBatch - 1);
     const std::string newest = fmt::format("{}:*", start);
     try {
@@ -315,7 +302,7 @@ Async<SyncEngine::Heads> SyncEngine::fetchNewest(const Client& client, const std
     co_return co_await fetchHeads(client, path, std::move(uids));
 }
 
-Async<SyncEngine::Heads> SyncEngine::fetchFrom(const Client& client, const std::string& path, std::uint32_t first) {
+Async<FetchedHeads> SyncEngine::fetchFrom(const Client& client, const std::string& path, std::uint32_t first) {
     const std::string rest = fmt::format("{}:*", first);
     try {
         auto results = co_await uidFetch(client, path, rest, messageItems(*client));
@@ -333,10 +320,10 @@ Async<SyncEngine::Heads> SyncEngine::fetchFrom(const Client& client, const std::
 /// One message that the server can't read must not hide those beside it: a slice that is refused is halved, until the
 /// one stands alone. It comes without a head, and is asked for again later. A server that refuses nearly everything is
 /// believed.
-Async<SyncEngine::Heads> SyncEngine::fetchHeads(const Client& client, const std::string& path,
-                                                std::vector<std::uint32_t> uids) {
+Async<FetchedHeads> SyncEngine::fetchHeads(const Client& client, const std::string& path,
+                                           std::vector<std::uint32_t> uids) {
     std::ranges::sort(uids);
-    Heads heads;
+    FetchedHeads heads;
     int refusals = 0;
     std::vector<std::span<const std::uint32_t>> waiting;
     if (!uids.empty()) waiting.emplace_back(uids);
@@ -351,7 +338,7 @@ Async<SyncEngine::Heads> SyncEngine::fetchHeads(const Client& client, const std:
             };
             auto fetched = fetchedHeads(std::move(results), isAsked, clock_.now());
             for (const auto uid : fetched.bare) fetched.messages.push_back(headless(uid, clock_.now()));
-            join(heads.fetched, std::move(fetched));
+            join(heads, std::move(fetched));
         } catch (const IMAPError& error) {
             if (error.kind() != IMAPError::Kind::commandFailed || ++refusals > mostRefusals) throw;
             refusal = error;
@@ -363,7 +350,7 @@ Async<SyncEngine::Heads> SyncEngine::fetchHeads(const Client& client, const std:
             waiting.push_back(slice.first(slice.size() / 2));
             continue;
         }
-        heads.fetched.messages.push_back(headless(slice.front(), clock_.now()));
+        heads.messages.push_back(headless(slice.front(), clock_.now()));
     }
     co_return heads;
 }
@@ -378,11 +365,28 @@ Async<void> SyncEngine::readNew(const Client& client, const std::string& path, c
     take(std::move(heads), delta);
 }
 
+/// What was moved there may be more than a filling holds, and all that is wanted of a mailbox that is held in part. Of
+/// a filling nothing above its oldest message may be missing, since nobody would look for it there.
+Async<void> SyncEngine::readArrived(const Client& client, const std::string& path, const SyncState& stored,
+                                    MailboxDelta& delta) {
+    auto [uids, from, numbering] = std::tuple(stored.arrived, stored.arrivedFrom, stored.arrivedUIDValidity);
+    if (numbering != 0 && numbering != delta.state.uidValidity) co_return;
+    if (!uids.empty() && (delta.isFilling || from != 0)) from = from == 0 ? uids.front() : std::min(from, uids.front());
+    if (from != 0 && (delta.isFilling || stored.isPartial))
+        uids = co_await search(client, path, fmt::format("UID {}:*", from));
+    std::unordered_set<std::uint32_t> here(stored.knownUIDs.begin(), stored.knownUIDs.end());
+    for (const auto& message : delta.newMessages) here.insert(message.uid);
+    std::erase_if(uids, [&, from = from](auto uid) { return uid < from || here.contains(uid); });
+    if (uids.empty()) co_return;
+    auto heads = co_await fetchHeads(client, path, std::move(uids));
+    take(std::move(heads), delta);
+}
+
 Async<void> SyncEngine::readHeadless(const Client& client, const std::string& path, const SyncState& stored,
                                      MailboxDelta& delta) {
     if (stored.headless.empty()) co_return;
     auto heads = co_await fetchHeads(client, path, stored.headless);
-    std::erase_if(heads.fetched.messages, [](const SyncedMessage& message) { return !message.envelope; });
+    std::erase_if(heads.messages, [](const SyncedMessage& message) { return !message.envelope; });
     take(std::move(heads), delta);
 }
 
@@ -436,180 +440,6 @@ Async<void> SyncEngine::addSnippets(const Client& client, const std::string& pat
         // A message without the beginning of its text is better than none.
         co_await unlessRefused([&] { return client->locked([&] { return client->uidFetchEach(path, now, place); }); });
     }
-}
-
-// --- Messages ----------------------------------------------------------------------------------------------------
-
-Async<std::vector<std::uint32_t>> SyncEngine::olderUIDs(std::string path, std::uint32_t oldestUID) {
-    return runOn(strand_, [this, oldestUID, path = std::move(path)]() -> Async<std::vector<std::uint32_t>> {
-        std::vector<std::uint32_t> uids;
-        if (oldestUID < 2) co_return uids;
-        const Client client = co_await connectedClient();
-        uids = co_await search(client, path, fmt::format("UID 1:{}", oldestUID - 1));
-        std::erase_if(uids, [oldestUID](std::uint32_t uid) { return uid >= oldestUID; });
-        std::ranges::sort(uids);
-        uids.erase(std::ranges::unique(uids).begin(), uids.end());
-        co_return uids;
-    });
-}
-
-Async<std::vector<SyncedMessage>> SyncEngine::fetchMessages(std::string path, std::int64_t uidValidity,
-                                                            std::vector<std::uint32_t> uids) {
-    return runOn(strand_,
-                 [this, uidValidity, path = std::move(path),
-                  uids = std::move(uids)]() mutable -> Async<std::vector<SyncedMessage>> {
-                     if (uids.empty()) co_return std::vector<SyncedMessage>();
-                     const Client client = co_await connectedClient();
-                     auto heads = co_await fetchHeads(client, path, std::move(uids));
-                     auto messages = std::move(heads.fetched.messages);
-                     co_await addSnippets(client, path, messages);
-                     refuseNewNumbers(*client, uidValidity);
-                     co_return messages;
-                 });
-}
-
-Async<std::vector<IMAPFetchResult>> SyncEngine::fetchWhole(const Client& client, const std::string& path,
-                                                           std::int64_t uidValidity, std::string set) {
-    std::vector<IMAPFetchResult> results;
-    co_await client->locked([&]() -> Async<void> {
-        results = co_await client->uidFetch(path, std::move(set), std::string(wholeMessageItems));
-        refuseNewNumbers(*client, uidValidity);
-    });
-    co_return results;
-}
-
-Async<Bytes> SyncEngine::fetchRawMessage(std::string path, std::int64_t uidValidity, std::uint32_t uid) {
-    return runOn(strand_, [this, uidValidity, uid, path = std::move(path)]() -> Async<Bytes> {
-        const Client client = co_await connectedClient();
-        auto results = co_await fetchWhole(client, path, uidValidity, std::to_string(uid));
-        for (IMAPFetchResult& result : results) {
-            const auto whole = result.sections.find("");
-            if (result.uid == uid && whole != result.sections.end()) co_return std::move(whole->second);
-        }
-        throw IMAPError::unexpected(fmt::format("message {} is gone", uid));
-    });
-}
-
-Async<std::map<std::uint32_t, Bytes>> SyncEngine::fetchRawMessages(std::string path, std::int64_t uidValidity,
-                                                                   std::vector<std::uint32_t> uids) {
-    return runOn(
-        strand_,
-        [this, uidValidity, path = std::move(path), uids = std::move(uids)]() -> Async<std::map<std::uint32_t, Bytes>> {
-            std::map<std::uint32_t, Bytes> messages;
-            if (uids.empty()) co_return messages;
-            const Client client = co_await connectedClient();
-            auto results = co_await fetchWhole(client, path, uidValidity, uidSet(uids));
-            for (IMAPFetchResult& result : results) {
-                const auto whole = result.sections.find("");
-                if (result.uid && whole != result.sections.end())
-                    messages.insert_or_assign(*result.uid, std::move(whole->second));
-            }
-            co_return messages;
-        });
-}
-
-Async<std::vector<std::uint32_t>> SyncEngine::remoteSearch(std::string path, std::string query) {
-    return runOn(strand_,
-                 [this, path = std::move(path), query = std::move(query)]() -> Async<std::vector<std::uint32_t>> {
-                     const Client client = co_await connectedClient();
-                     std::string criteria = client->has("X-GM-EXT-1") ? "X-GM-RAW " : "TEXT ";
-                     criteria += imapQuoted(query);
-                     co_return co_await search(client, path, std::move(criteria));
-                 });
-}
-
-/// A search for a header field finds every text that contains the words, and with none it finds everything (RFC 3501
-/// §6.4.4); so the hits are read, and only those count that have just this identifier.
-Async<std::vector<std::uint32_t>> SyncEngine::withMessageID(const Client& client, const std::string& path,
-                                                            std::string messageID) {
-    std::vector<std::uint32_t> found;
-    if (!isSearchableMessageID(messageID)) co_return found;
-    auto hits = co_await search(client, path, "HEADER Message-ID " + imapQuoted(messageID));
-    if (hits.empty()) co_return found;
-    std::ranges::sort(hits);
-    const auto results = co_await uidFetch(client, path, uidSet(hits), "UID ENVELOPE");
-    for (const IMAPFetchResult& result : results) {
-        const bool isHit = result.uid && std::ranges::binary_search(hits, *result.uid);
-        if (isHit && result.envelope && result.envelope->messageID == messageID) found.push_back(*result.uid);
-    }
-    co_return found;
-}
-
-Async<bool> SyncEngine::moveByMessageID(std::string path, std::string messageID, std::string destination,
-                                        std::optional<std::vector<std::string>> clearFlags) {
-    return runOn(strand_,
-                 [this, path = std::move(path), messageID = std::move(messageID), destination = std::move(destination),
-                  clearFlags = std::move(clearFlags)]() -> Async<bool> {
-                     const Client client = co_await connectedClient();
-                     const auto hits = co_await withMessageID(client, path, messageID);
-                     if (hits.empty()) co_return false;
-                     const std::string set = uidSet(hits);
-                     if (clearFlags) {
-                         co_await client->locked(
-                             [&] { return client->store(path, set, IMAPClient::FlagChange::remove, *clearFlags); });
-                     }
-                     co_await client->locked([&] { return client->moveMessages(path, set, destination); });
-                     co_return true;
-                 });
-}
-
-Async<void> SyncEngine::replaceByMessageID(std::string path, std::string messageID, std::vector<std::string> flags,
-                                           Bytes message) {
-    return runOn(strand_,
-                 [this, path = std::move(path), messageID = std::move(messageID), flags = std::move(flags),
-                  message = std::move(message)]() mutable -> Async<void> {
-                     const Client client = co_await connectedClient();
-                     const auto older = co_await withMessageID(client, path, messageID);
-                     co_await client->locked([&] { return client->append(path, flags, std::move(message)); });
-                     if (older.empty()) co_return;
-                     const std::string set = uidSet(older);
-                     co_await client->locked([&] { return client->deleteMessages(path, set); });
-                 });
-}
-
-Async<bool> SyncEngine::deleteByMessageID(std::string path, std::string messageID) {
-    return runOn(strand_, [this, path = std::move(path), messageID = std::move(messageID)]() -> Async<bool> {
-        const Client client = co_await connectedClient();
-        const auto hits = co_await withMessageID(client, path, messageID);
-        if (hits.empty()) co_return false;
-        co_await client->locked([&] { return client->deleteMessages(path, uidSet(hits)); });
-        co_return true;
-    });
-}
-
-// --- Waiting -----------------------------------------------------------------------------------------------------
-
-Async<SyncEngine::Client> SyncEngine::idleClient() {
-    if (idleClient_) co_return idleClient_;
-    const MailCredential credential = co_await credential_();
-    auto client = std::make_shared<IMAPClient>(strand_, clock_, server_, credential);
-    co_await client->locked([&client] { return client->connect(); });
-    idleClient_ = client;
-    co_return client;
-}
-
-Async<bool> SyncEngine::waitForChanges(std::string path, IMAPSelectedState held, Duration timeout) {
-    return runOn(strand_, [this, timeout, held, path = std::move(path)]() -> Async<bool> {
-        const Client client = co_await idleClient();
-        if (!client->has("IDLE")) {
-            co_await clock_.wait(std::min(timeout, longestBlindWait));
-            co_return true;
-        }
-        try {
-            co_return co_await client->locked([&]() -> Async<bool> {
-                if (client->selectedPath() != path) {
-                    const IMAPSelectedState found = co_await client->select(path);
-                    if (differs(found, held)) co_return true;
-                }
-                co_return co_await client->idle(path, timeout);
-            });
-        } catch (...) {
-            // A cancelled wait leaves a good session. Dropping a bad one closes it.
-            const bool isGood = isCancellation(std::current_exception()) && client->isConnected();
-            if (!isGood && idleClient_ == client) idleClient_.reset();
-            throw;
-        }
-    });
 }
 
 }

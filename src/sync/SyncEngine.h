@@ -47,7 +47,8 @@ class SyncEngine {
     /// All mailboxes in the server's order. One that can't be selected, or whose counts can't be had, has zeros.
     Async<std::vector<ListedMailbox>> listMailboxes();
 
-    /// What changed since `stored`. With nothing known, the newest messages; see MailboxDelta.
+    /// What changed since `stored`. With nothing known, the newest messages, and all that arrived; see MailboxDelta. Of
+    /// a mailbox that is held in part only what is held, and what arrived.
     Async<MailboxDelta> syncMailbox(std::string path, SyncState stored);
 
     /// The UIDs below `oldestUID` that exist, ascending.
@@ -99,19 +100,19 @@ class SyncEngine {
                                                     std::string messageID);
     Async<std::vector<IMAPFetchResult>> uidFetch(const Client& client, const std::string& path, std::string set,
                                                  std::string items, std::optional<std::uint64_t> changedSince = {});
-    /// Heads that were fetched one slice at a time, as far as the server gives them.
-    struct Heads;
-    Async<Heads> withBare(const Client& client, const std::string& path, FetchedHeads fetched);
-    Async<Heads> fetchHeads(const Client& client, const std::string& path, std::vector<std::uint32_t> uids);
-    Async<Heads> fetchNewest(const Client& client, const std::string& path, std::int64_t exists);
-    Async<Heads> fetchFrom(const Client& client, const std::string& path, std::uint32_t first);
+    Async<FetchedHeads> withBare(const Client& client, const std::string& path, FetchedHeads fetched);
+    Async<FetchedHeads> fetchHeads(const Client& client, const std::string& path, std::vector<std::uint32_t> uids);
+    Async<FetchedHeads> fetchNewest(const Client& client, const std::string& path, std::int64_t exists);
+    Async<FetchedHeads> fetchFrom(const Client& client, const std::string& path, std::uint32_t first);
     Async<void> readHeadless(const Client& client, const std::string& path, const SyncState& stored,
                              MailboxDelta& delta);
-    static void take(Heads heads, MailboxDelta& delta);
+    static void take(FetchedHeads heads, MailboxDelta& delta);
     using Statuses = std::vector<std::optional<IMAPClient::MailboxStatus>>;
     static Async<Statuses> statusesOf(Client client, std::vector<std::string> paths);
     Async<MailboxDelta> syncFrom(const std::string& path, SyncState stored);
     Async<void> readNew(const Client& client, const std::string& path, const SyncState& stored, MailboxDelta& delta);
+    Async<void> readArrived(const Client& client, const std::string& path, const SyncState& stored,
+                            MailboxDelta& delta);
     static Async<std::vector<IMAPFetchResult>> fetchWhole(const Client& client, const std::string& path,
                                                           std::int64_t uidValidity, std::string set);
     Async<void> readFlags(const Client& client, const std::string& path, const SyncState& stored, MailboxDelta& delta);

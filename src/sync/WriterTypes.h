@@ -29,6 +29,14 @@ struct SyncState {
     std::int64_t oldestSyncedUID = 0;
     std::vector<std::uint32_t> knownUIDs; ///< ascending
     std::vector<std::uint32_t> headless;  ///< some of those of which nothing but the UID could be had yet
+    std::vector<std::uint32_t> arrived;   ///< ascending: what this machine moved there, and has not met yet
+    std::uint32_t arrivedFrom = 0;        ///< the same where only the lowest UID is known; 0: nothing
+    std::int64_t arrivedUIDValidity = 0;  ///< of both; 0: unknown
+    /// Nothing else is held of it than what this machine moved there.
+    bool isPartial = false;
+
+    /// False when a sync would bring nothing.
+    bool isWanted() const { return !isPartial || !knownUIDs.empty() || !arrived.empty() || arrivedFrom != 0; }
 
     friend bool operator==(const SyncState&, const SyncState&) = default;
 };
@@ -42,6 +50,7 @@ struct LeftMessages {
     std::optional<std::string> destination; ///< a path; absent: they are deleted for good
     std::int64_t targetUIDValidity = 0;
     std::map<std::uint32_t, std::uint32_t> targetUIDs; ///< where the server told them (RFC 4315), by UID
+    std::uint32_t targetFrom = 0;                      ///< the lowest UID that they can have there; 0: unknown
 };
 
 /// Whether new mail gets the label of its category.

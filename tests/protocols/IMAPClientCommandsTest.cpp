@@ -99,10 +99,15 @@ struct Change {
 };
 
 std::vector<Change> changes() {
-    const auto move = [](IMAPClient& client) { return client.moveMessages("A", "1:2", "B \"c\""); };
+    const auto move = [](IMAPClient& client) -> Async<void> {
+        const auto copied = co_await client.moveMessages("A", "1:2", "B \"c\"");
+        EXPECT_EQ(copied.targets.size(), copied.uidValidity == 0 ? 0U : 2U);
+        for (const auto& [before, after] : copied.targets) EXPECT_EQ(after, before + 300);
+    };
     const auto erase = [](IMAPClient& client) { return client.deleteMessages("A", "7"); };
     return {
-        {"move", "MOVE UIDPLUS", move, "C: b4 UID MOVE 1:2 \"B \\\"c\\\"\"\nS: b4 OK\n"},
+        {"move", "MOVE UIDPLUS", move,
+         "C: b4 UID MOVE 1:2 \"B \\\"c\\\"\"\nS: * OK [COPYUID 9 1:2 302:301] moved\nS: b4 OK\n"},
         {"move without MOVE", "UIDPLUS", move, R"(
             C: b4 UID COPY 1:2 "B \"c\""
             S: b4 OK

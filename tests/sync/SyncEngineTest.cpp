@@ -44,6 +44,17 @@ SyncState stored(std::int64_t uidValidity, std::int64_t uidNext, std::int64_t mo
     return state;
 }
 
+SyncState movedThere(SyncState state, std::vector<std::uint32_t> uids, std::int64_t uidValidity) {
+    state.arrived = std::move(uids);
+    state.arrivedUIDValidity = uidValidity;
+    return state;
+}
+
+SyncState inPart(SyncState state) {
+    state.isPartial = true;
+    return state;
+}
+
 std::vector<std::uint32_t> uidsOf(const std::vector<SyncedMessage>& messages) {
     std::vector<std::uint32_t> uids;
     for (const SyncedMessage& message : messages) uids.push_back(message.uid);
@@ -63,8 +74,8 @@ struct Scenario {
 
 std::vector<Scenario> scenarios() {
     const std::string uids = "S: * OK [UIDVALIDITY 7]\nS: * OK [UIDNEXT 10]\n";
-    const auto first = [&](const std::string& exists, const std::string& set) {
-        return selectScript("S: * " + exists + " EXISTS") + "C: b4 FETCH " + set + " (" + items +
+    const auto first = [&](const std::string& exists, const std::string& set, const std::string& more = "") {
+        return selectScript(more + "S: * " + exists + " EXISTS") + "C: b4 FETCH " + set + " (" + items +
                ")\nS: * 200 FETCH (UID 9 RFC822.SIZE 1)\nS: * 2 FETCH (FLAGS ())\nS: b4 OK\n";
     };
     const std::string search = "UID SEARCH UID 3:4,8\nS: * SEARCH 8 3\n";
@@ -162,6 +173,33 @@ std::vector<Scenario> scenarios() {
          {4, 5, 6, 7},
          {},
          {}},
+        {"a filling reaches down to what was moved there",
+         "",
+         movedThere(SyncState(), {3, 9}, 7),
+         first("201", "2:*", "S: * OK [UIDVALIDITY 7]\n") + "C: b5 UID SEARCH UID 3:*\nS: * SEARCH 3 4 9\nS: b5 OK\n" +
+             "C: b6 UID FETCH 3:4 (" + items +
+             ")\nS: * 3 FETCH (UID 3 RFC822.SIZE 9)\nS: * 4 FETCH (UID 4 RFC822.SIZE 9)\nS: b6 OK\n",
+         {9, 3, 4},
+         {},
+         {}},
+        {"of a mailbox that is held in part only what was moved there, and flags",
+         "",
+         inPart(movedThere(stored(7, 4, 0, {3}), {3, 9}, 7)),
+         selectScript("S: * 300 EXISTS\nS: * OK [UIDVALIDITY 7]\nS: * OK [UIDNEXT 400]\n") + "C: b4 UID FETCH 9 (" +
+             items +
+             ")\nS: * 9 FETCH (UID 9 RFC822.SIZE 9)\nS: b4 OK\nC: b5 UID FETCH 3 (UID FLAGS)\n"
+             "S: * 3 FETCH (UID 3 FLAGS ())\nS: b5 OK\nC: b6 UID SEARCH UID 3\nS: * SEARCH 3\nS: b6 OK\n",
+         {9},
+         {{3, {}}},
+         {}},
+        {"what was moved to a mailbox that has new numbers is not looked for there",
+         "",
+         inPart(movedThere(stored(6, 4, 0, {3}), {9}, 6)),
+         selectScript("S: * 300 EXISTS\nS: * OK [UIDVALIDITY 7]\n"),
+         {},
+         {},
+         {},
+         true},
         {"no modification sequences any more, flags of all",
          "CONDSTORE",
          stored(7, 10, 40, {3, 4, 8}),

@@ -55,7 +55,7 @@ TEST_F(SyncWriterTest, AFirstDeltaFillsTheMailbox) {
     EXPECT_EQ(inbox().unreadCount, 2);
     EXPECT_EQ(inbox().totalCount, 3);
     EXPECT_EQ(inbox().lastSynced, fixture_.clock->now());
-    EXPECT_EQ(writer().syncState(inbox_), (SyncState{1, 10, 10, 5, {5, 7, 9}, {}}));
+    EXPECT_EQ(writer().syncState(inbox_), (SyncState{1, 10, 10, 5, {5, 7, 9}, {}, {}, 0, 0, false}));
 
     EXPECT_TRUE(apply(delta({syncedMessage(10)}, 4, 11)).countsAsNews);
     EXPECT_EQ(inbox().oldestSyncedUID, 5);
