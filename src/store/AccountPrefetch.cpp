@@ -1,5 +1,6 @@
 #include "store/AccountPrefetch.h"
 
+#include "base/Localisation.h"
 #include "base/UserError.h"
 #include "platform/Log.h"
 #include "store/ReadBody.h"
@@ -12,6 +13,8 @@ namespace velmo {
 namespace {
 
 constexpr std::size_t batchSize = 200;
+/// How often a connection may break while a message is fetched.
+constexpr int mostBreaks = 2;
 constexpr std::size_t rowsOfWalk = 500;
 /// Texts that are indexed in one commit; a search waits for its end.
 constexpr std::size_t indexedAtOnce = 16;
@@ -31,7 +34,7 @@ BodyTable::Missing bodiesToPrefetch(StoreEnvironment& environment, const UUID& a
 }
 
 Async<void> AccountPrefetch::run(MailAccount account) {
-    BodyFetch fetch(environment_, engines_, *downloads_, *budget_, account);
+    BodyFetch fetch(environment_, engines_, *downloads_, *budget_, suspects_, account);
     std::exception_ptr failure;
     try {
         co_await callOn(environment_.executors.background, [&] { environment_.files.dropStaged(account.id); });
@@ -45,10 +48,28 @@ Async<void> AccountPrefetch::run(MailAccount account) {
     } catch (...) {
         failure = std::current_exception();
     }
+    tellRefusal(account, fetch.refusal());
     co_await ignoreCancellation();
     co_await fetch.close();
     co_await allowCancellation();
     if (failure) std::rethrow_exception(failure);
+}
+
+/// Stands until a run brings everything.
+void AccountPrefetch::tellRefusal(const MailAccount& account, const std::optional<std::string>& refusal) {
+    const std::string key = "bodies." + account.id.text();
+    if (refusal)
+        environment_.troubles.add(key, account.id,
+                                  tr("The server would not give the text of some messages of {}; it is asked again. {}",
+                                     account.email, *refusal));
+    else
+        environment_.troubles.settle(key);
+}
+
+/// Whoever opens it is told what is wrong with it.
+bool AccountPrefetch::isHopeless(std::int64_t id) const {
+    const auto found = suspects_.find(id);
+    return found != suspects_.end() && found->second >= mostBreaks;
 }
 
 Async<void> AccountPrefetch::checkStop() {
@@ -175,7 +196,7 @@ Async<std::vector<BodyRow>> AccountPrefetch::nextBatch(UUID accountID, std::set<
         const bool isLast = rows.size() < limit;
         for (BodyRow& row : rows) {
             if (skipped.contains(row.id)) continue;
-            if (row.size > largestMessage_)
+            if (row.size > largestMessage_ || isHopeless(row.id))
                 skipped.insert(row.id);
             else if (batch.size() < batchSize)
                 batch.push_back(std::move(row));

@@ -58,6 +58,8 @@ class AccountPrefetch {
     void indexStep(Backfill& backfill, std::span<const BodyRow> rows);
     Async<void> forgetMissing(Backfill& backfill);
     Async<void> fetchMissing(UUID accountID, BodyFetch& fetch);
+    void tellRefusal(const MailAccount& account, const std::optional<std::string>& refusal);
+    bool isHopeless(std::int64_t id) const;
     Async<std::vector<BodyRow>> nextBatch(UUID accountID, std::set<std::int64_t>& skipped);
 
     StoreEnvironment& environment_;
@@ -65,6 +67,7 @@ class AccountPrefetch {
     std::shared_ptr<BodyDownloads> downloads_;
     std::shared_ptr<BodyBudget> budget_;
     std::int64_t largestMessage_;
+    BodyFetch::Suspects suspects_;
     std::set<std::int64_t> textless_;  ///< messages whose body has nothing to index
     std::optional<Compared> complete_; ///< as the last run left it; nothing is to be filled while it stays so
     bool isStopped_ = false;

@@ -21,6 +21,9 @@ constexpr std::int64_t bytesOfSlice = 10'000'000;
 
 constexpr std::size_t adoptedAtOnce = 16;
 
+/// In a mailbox, without a body in between.
+constexpr int mostRefusals = 20;
+
 /// Texts that are indexed in one commit: many small commits are many merges later on, but a search waits for the end of
 /// one.
 constexpr std::size_t textsAtOnce = 32;
@@ -120,10 +123,16 @@ struct BodyFetch::Batch {
     }
 };
 
-std::vector<BodyFetch::Slice> BodyFetch::slices(std::vector<BodyRow> rows) {
+/// What has broken a connection comes last, and alone.
+std::vector<BodyFetch::Slice> BodyFetch::slices(std::vector<BodyRow> rows) const {
     std::vector<Slice> slices;
+    std::vector<Slice> alone;
     std::map<std::string, std::size_t> open; // the last slice of each mailbox
     for (BodyRow& row : rows) {
+        if (suspects_.contains(row.id)) {
+            alone.emplace_back().rows.push_back(std::move(row));
+            continue;
+        }
         const auto [found, isNew] = open.try_emplace(row.key.mailboxPath, slices.size());
         if (!isNew && !slices[found->second].hasRoomFor(row)) found->second = slices.size();
         if (found->second == slices.size()) slices.emplace_back();
@@ -131,6 +140,7 @@ std::vector<BodyFetch::Slice> BodyFetch::slices(std::vector<BodyRow> rows) {
         slice.bytes += row.size;
         slice.rows.push_back(std::move(row));
     }
+    std::ranges::move(alone, std::back_inserter(slices));
     return slices;
 }
 
@@ -179,18 +189,45 @@ Async<void> BodyFetch::download(Batch& batch) {
 
 /// Fetches slices until there are none, or a connection has failed.
 Async<void> BodyFetch::work(std::size_t connection, Batch& batch) {
-    try {
-        while (!batch.waiting.empty() && !batch.failure) {
-            Slice slice = std::move(batch.waiting.front());
-            batch.waiting.pop_front();
-            co_await fetchSlice(connection, std::move(slice), batch);
+    while (!batch.waiting.empty() && !batch.failure) {
+        Slice slice = std::move(batch.waiting.front());
+        batch.waiting.pop_front();
+        if (refusalsInARow_[slice.path()] >= mostRefusals) continue;
+        std::optional<IMAPError> refusal;
+        try {
+            co_await fetchSlice(connection, slice, batch);
+            if (!slice.rows.empty()) refusalsInARow_[slice.path()] = 0;
+        } catch (const IMAPError& error) {
+            if (error.kind() == IMAPError::Kind::commandFailed)
+                refusal = error;
+            else if (!batch.failure)
+                batch.failure = std::current_exception();
+        } catch (...) {
+            if (!batch.failure) batch.failure = std::current_exception();
         }
-    } catch (...) {
-        if (!batch.failure) batch.failure = std::current_exception();
+        if (refusal) refused(std::move(slice), *refusal, batch);
     }
 }
 
-Async<void> BodyFetch::fetchSlice(std::size_t connection, Slice slice, Batch& batch) {
+/// A slice that is refused is halved, until what is refused stands alone. A mailbox of which nothing comes any more is
+/// left to a later run.
+void BodyFetch::refused(Slice slice, const IMAPError& error, Batch& batch) {
+    refusal_ = error.sentence();
+    ++refusalsInARow_[slice.path()];
+    if (slice.rows.size() < 2) return;
+    const auto middle = slice.rows.begin() + static_cast<std::ptrdiff_t>(slice.rows.size() / 2);
+    Slice second;
+    second.rows.assign(std::move_iterator(middle), std::move_iterator(slice.rows.end()));
+    slice.rows.erase(middle, slice.rows.end());
+    batch.waiting.push_front(std::move(second));
+    batch.waiting.push_front(std::move(slice));
+}
+
+void BodyFetch::suspect(const Slice& slice) {
+    for (const BodyRow& row : slice.rows) ++suspects_[row.id];
+}
+
+Async<void> BodyFetch::fetchSlice(std::size_t connection, Slice& slice, Batch& batch) {
     std::erase_if(slice.rows, [this](const BodyRow& row) { return downloads_.contains(row.id); });
     if (slice.rows.empty()) co_return;
     std::set<std::int64_t> ids;
@@ -202,7 +239,15 @@ Async<void> BodyFetch::fetchSlice(std::size_t connection, Slice slice, Batch& ba
     const auto mark = downloads_.mark(std::move(ids));
     auto& engine = pool_[connection];
     if (!engine) engine = engines_.makeEngine(account_);
-    auto sources = co_await engine->fetchRawMessages(slice.path(), slice.rows.front().key.uidValidity, std::move(uids));
+    co_await engine->connectedClient();
+    std::map<std::uint32_t, Bytes> sources;
+    try {
+        sources = co_await engine->fetchRawMessages(slice.path(), slice.rows.front().key.uidValidity, std::move(uids));
+    } catch (const IMAPError& error) {
+        if (error.kind() != IMAPError::Kind::commandFailed) suspect(slice);
+        throw;
+    }
+    for (const BodyRow& row : slice.rows) suspects_.erase(row.id);
 
     std::vector<Kept> kept;
     co_await callOn(environment_.executors.background, [&] {

@@ -9,8 +9,11 @@
 
 #include <array>
 #include <cstdint>
+#include <map>
 #include <memory>
+#include <optional>
 #include <set>
+#include <string>
 #include <vector>
 
 namespace velmo {
@@ -22,21 +25,30 @@ class BodyFetch {
     static constexpr std::size_t connections = 4;
 
     /// All of them outlive this.
+    /// How often the connection broke while a message was fetched, by its id; those that did not come for that reason.
+    using Suspects = std::map<std::int64_t, int>;
+
+    /// All outlive this.
     BodyFetch(StoreEnvironment& environment, AccountEngines& engines, BodyDownloads& downloads, BodyBudget& budget,
-              MailAccount account)
+              Suspects& suspects, MailAccount account)
         : environment_(environment),
           engines_(engines),
           downloads_(downloads),
           budget_(budget),
+          suspects_(suspects),
           account_(std::move(account)) {}
 
     /// Fetches these bodies, indexes their texts and, at the end, makes all of them files and marks their records, in
     /// one commit. A body whose file is there already is not fetched again. Gives the messages that still have no body:
-    /// the server no longer has them, or they are being opened now.
+    /// the server no longer has them or refuses them, or they are being opened now. A message that the server can't
+    /// give keeps none of those beside it back.
     ///
-    /// Throws what the server, the disk or the store refused, after what had come until then was marked; the same when
-    /// it is cancelled.
+    /// Throws what ended the connection, or what the disk or the store refused, after what had come until then was
+    /// marked; the same when it is cancelled.
     Async<std::set<std::int64_t>> fetch(std::vector<BodyRow> rows);
+
+    /// What the server refused last, in its words; absent when it refused nothing.
+    const std::optional<std::string>& refusal() const { return refusal_; }
 
     /// Closes the connections; fails never.
     Async<void> close();
@@ -46,11 +58,13 @@ class BodyFetch {
     struct Kept;
     struct Batch;
 
-    static std::vector<Slice> slices(std::vector<BodyRow> rows);
+    std::vector<Slice> slices(std::vector<BodyRow> rows) const;
     Async<void> adoptFiles(Batch& batch);
     Async<void> download(Batch& batch);
     Async<void> work(std::size_t connection, Batch& batch);
-    Async<void> fetchSlice(std::size_t connection, Slice slice, Batch& batch);
+    Async<void> fetchSlice(std::size_t connection, Slice& slice, Batch& batch);
+    void refused(Slice slice, const IMAPError& error, Batch& batch);
+    void suspect(const Slice& slice);
     Async<void> keepFiles(Batch& batch);
     Async<void> record(const Batch& batch);
 
@@ -58,7 +72,10 @@ class BodyFetch {
     AccountEngines& engines_;
     BodyDownloads& downloads_;
     BodyBudget& budget_;
+    Suspects& suspects_;
     MailAccount account_;
+    std::map<std::string, int> refusalsInARow_; ///< by mailbox
+    std::optional<std::string> refusal_;
     std::array<std::shared_ptr<SyncEngine>, connections> pool_;
 };
 

@@ -222,6 +222,22 @@ TEST_F(BodyPrefetchTest, AFailureEndsItUntilTheNextStart) {
     EXPECT_EQ(prefetch_->bodiesMissing(account()), 1);
 }
 
+TEST_F(BodyPrefetchTest, AMessageThatTheServerCantGiveKeepsNoOtherBack) {
+    for (int i = 1; i <= 12; ++i) mail_->servers.deliver(messageOf(i));
+    mail_->pass();
+    mail_->servers.damage("m6@");
+    for (int run = 0; run < 4; ++run) {
+        prefetch_->start(rig().account);
+        try {
+            rig().run([this] { return prefetch_->finished(account()); });
+        } catch (const UserError&) {
+            // The server may have closed the connection over it.
+        }
+    }
+    EXPECT_EQ(held(), (UIDs{1, 2, 3, 4, 5, 7, 8, 9, 10, 11, 12}));
+    EXPECT_EQ(prefetch_->bodiesMissing(account()), 1);
+}
+
 TEST_F(BodyPrefetchTest, CanBeCancelledAtAnyMoment) {
     mail_->servers.fill(60);
     mail_->pass();

@@ -138,6 +138,16 @@ std::vector<MailServers::Stored> MailServers::mail(const std::string& user, cons
     return all;
 }
 
+void MailServers::damage(const std::string& bytes, const std::string& mailbox) const {
+    std::filesystem::path damaged;
+    for (const char* part : {"new", "cur"}) {
+        for (const auto& entry : std::filesystem::directory_iterator(maildir("alice", mailbox) / part))
+            if (contentsOf(entry.path()).contains(bytes)) damaged = entry.path();
+    }
+    std::filesystem::remove(damaged);
+    std::filesystem::create_directory(damaged);
+}
+
 bool MailServers::hasDelivered() const {
     for (const char* queue : {"incoming", "active", "deferred"}) {
         std::error_code gone; // files come and go meanwhile

@@ -52,6 +52,9 @@ class MailServers {
     /// The messages of "alice" or "bob" in a mailbox, by its path with "/".
     std::vector<Stored> mail(const std::string& user, const std::string& mailbox = "INBOX") const;
 
+    /// Puts something that can't be read in the place of the message of Alice's that holds these bytes.
+    void damage(const std::string& bytes, const std::string& mailbox = "INBOX") const;
+
     /// Whether whatever the SMTP server has accepted has come to its mailboxes.
     bool hasDelivered() const;
 
