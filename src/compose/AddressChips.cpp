@@ -23,6 +23,12 @@ bool commitTyped(std::string& typed, std::vector<IMAPAddress>& chips) {
     return true;
 }
 
+void dropRepeats(std::initializer_list<std::vector<IMAPAddress>*> lists) {
+    std::unordered_set<std::string> present;
+    for (auto* list : lists)
+        std::erase_if(*list, [&present](const auto& each) { return !present.insert(foldedCase(each.email)).second; });
+}
+
 std::vector<std::string> invalidAddresses(std::initializer_list<std::span<const IMAPAddress>> lists) {
     std::vector<std::string> invalid;
     for (const auto list : lists) {

@@ -4,6 +4,7 @@
 #include "compose/Quotes.h"
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 namespace velmo {
@@ -40,6 +41,39 @@ std::size_t forwardPlace(Lines lines) {
     };
     return static_cast<std::size_t>(std::ranges::find_if(lines, isFirst) - lines.begin());
 }
+
+/// Finds a signature among lines, in linear time (Knuth, Morris and Pratt). Its mark needs the exact form.
+class LineSearch {
+  public:
+    explicit LineSearch(Lines wanted) : wanted_(wanted), borders_(wanted.size()) {
+        for (std::size_t i = 1; i < wanted_.size(); ++i) borders_[i] = extended(borders_[i - 1], wanted_[i]);
+    }
+
+    template <class Iterator>
+    std::pair<Iterator, Iterator> operator()(Iterator first, Iterator last) const {
+        std::size_t matched = 0;
+        for (auto at = first; at != last; ++at) {
+            matched = extended(matched, *at);
+            if (matched < wanted_.size()) continue;
+            const auto begin = at + 1 - static_cast<std::ptrdiff_t>(matched);
+            if (isSignatureMark(*begin)) return {begin, at + 1};
+            matched = borders_.back();
+        }
+        return {last, last};
+    }
+
+  private:
+    /// How many lines match when this one follows so many that do.
+    std::size_t extended(std::size_t matched, std::string_view line) const {
+        while (matched > 0 && !isSame(matched, line)) matched = borders_[matched - 1];
+        return isSame(matched, line) ? matched + 1 : matched;
+    }
+
+    bool isSame(std::size_t place, std::string_view line) const { return isSameLine(line, wanted_[place]); }
+
+    Lines wanted_;
+    std::vector<std::size_t> borders_;
+};
 
 /// The first line from `start` on that begins a quote: the one that introduces it, which ends with a colon whatever the
 /// language, or the first with ">".
@@ -116,11 +150,10 @@ std::optional<LineRange> findSignature(std::span<const std::string_view> lines, 
     if (block.empty()) return std::nullopt;
     const auto wanted = text::split(block, '\n');
     const auto above = lines.first(forwardPlace(lines));
-    for (std::size_t i = 0; i + wanted.size() <= above.size(); ++i) {
-        if (isSignatureMark(above[i]) && std::ranges::equal(above.subspan(i, wanted.size()), wanted, isSameLine))
-            return LineRange{i, i + wanted.size()};
-    }
-    return std::nullopt;
+    const auto place = std::search(above.begin(), above.end(), LineSearch(wanted));
+    if (place == above.end()) return std::nullopt;
+    const auto first = static_cast<std::size_t>(place - above.begin());
+    return LineRange{first, first + wanted.size()};
 }
 
 LineRange markedSignature(std::span<const std::string_view> lines) {

@@ -13,6 +13,7 @@
 #include "formats/HTMLText.h"
 #include "formats/HeaderWords.h"
 #include "formats/MessageIDs.h"
+#include "formats/ShownAddress.h"
 #include "platform/CaseFolding.h"
 
 #include <algorithm>
@@ -241,7 +242,7 @@ MessageRecord ComposeModel::record(std::int64_t id) const {
 void ComposeModel::setContext(const MessageRecord& original, const ParsedMessage& content) {
     ReplyContext context;
     context.sender = senderLine(original);
-    context.senderName = original.fromName.empty() ? original.fromEmail : original.fromName;
+    context.senderName = shortAddress(original.fromName, original.fromEmail);
     context.subject = original.subject;
     context.text = quotableText(content);
     context.senderEmail = foldedCase(original.fromEmail);

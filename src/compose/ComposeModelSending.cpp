@@ -121,6 +121,7 @@ OutboxItem ComposeModel::content() const {
     item.to = *to;
     item.cc = *cc;
     item.bcc = *bcc;
+    dropRepeats({&item.to, &item.cc, &item.bcc});
     item.subject = *subject;
     item.body = *body;
     item.attachments = *attachments;

@@ -4,6 +4,7 @@
 #include "base/Text.h"
 #include "formats/HTMLText.h"
 #include "formats/Invisibles.h"
+#include "formats/ShownAddress.h"
 #include "formats/WhiteSpace.h"
 #include "platform/CaseFolding.h"
 #include "platform/DateText.h"
@@ -21,11 +22,16 @@ IMAPAddress senderOf(const MessageRecord& record) {
     return sender;
 }
 
+std::string quotedAddress(const IMAPAddress& address) {
+    const std::string name = address.name.value_or("");
+    return name.contains('@') ? shownAddress(name, address.email) : collapsedWhiteSpace(address.formatted());
+}
+
 std::string joined(const std::vector<IMAPAddress>& addresses) {
     std::string line;
     for (const auto& address : addresses) {
         if (!line.empty()) line += ", ";
-        line += collapsedWhiteSpace(address.formatted());
+        line += quotedAddress(address);
     }
     return line;
 }
@@ -75,8 +81,7 @@ std::string quotableText(const ParsedMessage& message) {
 }
 
 std::string senderLine(const MessageRecord& record) {
-    const IMAPAddress sender = senderOf(record);
-    return sender.name ? *sender.name + " <" + sender.email + ">" : sender.email;
+    return shownAddress(record.fromName, record.fromEmail);
 }
 
 std::string replyQuote(const MessageRecord& record, const ParsedMessage& message) {
@@ -90,7 +95,7 @@ std::string forwardLine() {
 
 std::string forwardQuote(const MessageRecord& record, const ParsedMessage& message) {
     std::string quote = forwardLine();
-    quote += "\nFrom: " + senderOf(record).formatted();
+    quote += "\nFrom: " + quotedAddress(senderOf(record));
     quote += "\nDate: " + dateText(record.date, DateStyle::complete);
     quote += "\nSubject: " + collapsedWhiteSpace(record.subject);
     if (!record.to.empty()) quote += "\nTo: " + joined(record.to);

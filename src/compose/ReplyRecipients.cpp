@@ -28,6 +28,8 @@ std::vector<IMAPAddress> answeredTo(const MessageRecord& original) {
 }
 
 ReplyRecipients replyRecipients(const MessageRecord& original, ReplyScope scope, std::string_view ownEmail) {
+    const bool isOwn = foldedCase(original.fromEmail) == foldedCase(ownEmail);
+    if (scope == ReplyScope::all && isOwn && !withAddress(original.to).empty()) return followUpRecipients(original);
     ReplyRecipients recipients{.to = answeredTo(original), .cc = {}};
     if (scope == ReplyScope::sender) return recipients;
     std::set<std::string> taken{foldedCase(ownEmail)};
@@ -38,6 +40,18 @@ ReplyRecipients replyRecipients(const MessageRecord& original, ReplyScope scope,
         }
     }
     return recipients;
+}
+
+std::vector<IMAPAddress> foreignReplyTo(const MessageRecord& original) {
+    const auto domain = [](std::string_view email) { return domainOf(email).value_or(foldedCase(email)); };
+    const auto isBelow = [](const std::string& a, const std::string& b) { return a == b || a.ends_with("." + b); };
+    const std::string sender = domain(original.fromEmail);
+    auto foreign = withAddress(original.replyTo);
+    std::erase_if(foreign, [&](const IMAPAddress& address) {
+        const std::string other = domain(address.email);
+        return isBelow(other, sender) || isBelow(sender, other);
+    });
+    return foreign;
 }
 
 ReplyRecipients followUpRecipients(const MessageRecord& sent) {

@@ -21,8 +21,13 @@ struct ReplyRecipients {
 };
 
 /// The recipients of an answer: the addresses of Reply-To, or the sender. An answer to all copies it to the other
-/// recipients of the original, each once, and never to the person's own address in whatever case.
+/// recipients of the original, each once, and never to the person's own address in whatever case; on the person's own
+/// message it goes to those that the message went to.
 ReplyRecipients replyRecipients(const MessageRecord& original, ReplyScope scope, std::string_view ownEmail);
+
+/// Addresses of Reply-To whose domain is neither the sender's nor one above or below it. The message alone says that an
+/// answer belongs there.
+std::vector<IMAPAddress> foreignReplyTo(const MessageRecord& original);
 
 /// The recipients of a message that follows up one of the person's own: those of that message.
 ReplyRecipients followUpRecipients(const MessageRecord& sent);

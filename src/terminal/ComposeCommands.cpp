@@ -2,6 +2,8 @@
 
 #include "base/Localisation.h"
 #include "base/Text.h"
+#include "compose/ReplyRecipients.h"
+#include "formats/ShownAddress.h"
 #include "platform/CaseFolding.h"
 #include "terminal/Failure.h"
 #include "terminal/InputText.h"
@@ -62,6 +64,18 @@ bool needsWords(Kind kind) {
     return kind != Kind::forward && kind != Kind::draft;
 }
 
+/// What the person should know before they write.
+std::vector<std::string> remarks(Session& session, Kind kind, const ComposeWords& words) {
+    std::vector<std::string> remarks;
+    const auto original = kind == Kind::reply ? session.app.mail().messages.find(words.id) : std::nullopt;
+    if (!original) return remarks;
+    for (const auto& address : foreignReplyTo(*original))
+        remarks.push_back(tr("The message came from {} and asks for answers to another domain: {}",
+                             shownAddress(original->fromName, original->fromEmail),
+                             shownAddress(address.name.value_or(""), address.email)));
+    return remarks;
+}
+
 /// What comes on a pipe is the text. A draft has one, and a command that changes it in a loop leaves the loop its
 /// input.
 Async<void> takePipedText(Session& session, Kind kind, const ComposeWords& words, WrittenContent& content) {
@@ -78,16 +92,16 @@ void refuseUnwritten(Kind kind, const ComposeWords& words, const WrittenContent&
                         "or use --no-edit to send it without one."));
 }
 
-/// The body before anybody has written in it. The model it comes from does not last, so that no draft of it is saved
-/// while the person writes. Throws what would keep them from sending it then.
-Async<std::string> initialBody(Session& session, Kind kind, const ComposeWords& words, const WrittenContent& content) {
+/// The message before anybody has written in it. The model it comes from does not last, so that no draft of it is saved
+/// while the person writes. Throws what would keep them from writing it.
+Async<EditedMessage> initialMessage(Session& session, Kind kind, const ComposeWords& words,
+                                    const WrittenContent& content) {
     ComposeModel model(session.app.store(), *session.app.outbox(), session.app.settings());
     const ComposeRequest request = requestOf(session, kind, words);
     std::exception_ptr failure;
     try {
         co_await load(model, request);
         apply(content, model, TextPlace::above);
-        if (!isStored(kind, words) && !model.hasRecipients()) throw CommandError(tr("There is nobody to send it to."));
     } catch (...) {
         failure = std::current_exception();
     }
@@ -95,22 +109,25 @@ Async<std::string> initialBody(Session& session, Kind kind, const ComposeWords& 
     co_await model.close();
     if (failure) std::rethrow_exception(failure);
     co_await allowCancellation();
-    co_return *model.body;
+    co_return editable(model);
 }
 
-Async<std::string> writtenBody(Session& session, Kind kind, const ComposeWords& words, const WrittenContent& content) {
-    std::string body = co_await initialBody(session, kind, words, content);
-    const bool hasText = kind == Kind::draft || (kind == Kind::link && !body.starts_with("-- \n"));
+Async<EditedMessage> writtenMessage(Session& session, Kind kind, const ComposeWords& words,
+                                    const WrittenContent& content) {
+    EditedMessage message = co_await initialMessage(session, kind, words, content);
+    const bool hasText = kind == Kind::draft || (kind == Kind::link && !message.body.starts_with("-- \n"));
     const TextPlace place = hasText ? TextPlace::whole : TextPlace::above;
-    std::string written = co_await editedBody(session, body, place);
-    if (written == body && needsWords(kind))
+    EditedMessage written = co_await edited(session, message, remarks(session, kind, words), place);
+    if (written.body == message.body && needsWords(kind))
         throw CommandError(tr("The text was left as it was, so nothing is done. Use --no-edit to leave it so."));
+    if (!isStored(kind, words) && written.to.empty() && written.cc.empty() && written.bcc.empty())
+        throw CommandError(tr("There is nobody to send it to."));
     co_return written;
 }
 
 /// What a person wrote must not go with a failure: it becomes a draft, or waits in the outbox, or else in a file.
-Async<void> saveWritten(ComposeModel& model, const std::string& body) {
-    model.body = body;
+Async<void> saveWritten(ComposeModel& model, const WrittenContent& content) {
+    apply(content, model, TextPlace::whole);
     try {
         co_await model.saveDraft();
     } catch (const std::exception&) {
@@ -227,9 +244,10 @@ Async<void> write(Session& session, const ComposeWords& words, Kind kind) {
     WrittenContent content = co_await writtenContent(session, words);
     co_await takePipedText(session, kind, words, content);
     if (wantsEditor(session, words))
-        content.edited = co_await writtenBody(session, kind, words, content);
+        content.edited = co_await writtenMessage(session, kind, words, content);
     else
         refuseUnwritten(kind, words, content);
+    for (const auto& remark : remarks(session, kind, words)) session.console.note(printable(remark));
     ComposeModel model(session.app.store(), *outbox, session.app.settings());
     const ComposeRequest request = requestOf(session, kind, words);
     std::exception_ptr failure;
@@ -243,7 +261,7 @@ Async<void> write(Session& session, const ComposeWords& words, Kind kind) {
     co_await ignoreCancellation();
     const bool isLost = failure && !*model.isQueued;
     if (isLost && content.edited && !isStored(kind, words) && !isCancellation(failure))
-        co_await saveWritten(model, *content.edited);
+        co_await saveWritten(model, content);
     co_await model.close();
     if (isLost) tellPlace(session, model);
     session.tellNotices();

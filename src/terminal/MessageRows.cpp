@@ -2,6 +2,7 @@
 
 #include "base/Localisation.h"
 #include "base/Text.h"
+#include "formats/ShownAddress.h"
 #include "terminal/DateWords.h"
 #include "terminal/MessageJSON.h"
 
@@ -14,19 +15,17 @@ namespace velmo {
 namespace {
 
 std::string senderOf(const MessageRecord& message) {
-    const std::string& name = message.fromName.empty() ? message.fromEmail : message.fromName;
-    return printable(text::repairedUTF8(name));
+    return printable(shortAddress(text::repairedUTF8(message.fromName), text::repairedUTF8(message.fromEmail)));
 }
 
 std::string recipientsOf(const MessageRecord& message) {
     std::string all;
     for (const auto* addresses : {&message.to, &message.cc}) {
-        for (const auto& address : *addresses) {
-            const bool hasName = address.name && !address.name->empty();
-            all += (all.empty() ? "" : ", ") + (hasName ? *address.name : address.email);
-        }
+        for (const auto& address : *addresses)
+            all += (all.empty() ? "" : ", ") +
+                   shortAddress(text::repairedUTF8(address.name.value_or("")), text::repairedUTF8(address.email));
     }
-    return all.empty() ? tr("(no recipient)") : tr("To: {}", printable(text::repairedUTF8(all)));
+    return all.empty() ? tr("(no recipient)") : tr("To: {}", printable(all));
 }
 
 /// What is the same for all rows of a list.

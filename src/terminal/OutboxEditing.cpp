@@ -45,26 +45,35 @@ Async<void> putBack(Session& session, const OutboxItem& item, const std::excepti
 /// With what was changed in it, for the person to go on. The model, when it was closed, has put back what it took.
 Async<void> putBackChanged(Outbox& outbox, OutboxItem item, const ComposeModel& model, const WrittenContent& content,
                            const std::exception_ptr& failure) {
-    item.accountID = **model.fromAccountID;
-    item.to = *model.to;
-    item.cc = *model.cc;
-    item.bcc = *model.bcc;
-    item.subject = *model.subject;
-    item.body = content.edited.value_or(*model.body);
-    item.attachments = *model.attachments;
+    if (*model.fromAccountID) {
+        item.accountID = **model.fromAccountID;
+        item.attachments = *model.attachments;
+    }
+    EditedMessage message{item.to, item.cc, item.bcc, item.subject, item.body};
+    if (content.edited)
+        message = *content.edited;
+    else if (*model.fromAccountID)
+        message = editable(model);
+    item.to = std::move(message.to);
+    item.cc = std::move(message.cc);
+    item.bcc = std::move(message.bcc);
+    item.subject = std::move(message.subject);
+    item.body = std::move(message.body);
     OutboxItem kept = waiting(std::move(item), failure);
     co_await outbox.enqueue(std::move(kept));
 }
 
 // --- The change --------------------------------------------------------------------------------------------------
 
-Async<std::string> writtenBody(Session& session, const OutboxItem& item, const std::optional<UUID>& from) {
+/// With what the words of the command change.
+Async<EditedMessage> writtenMessage(Session& session, const OutboxItem& item, const WrittenContent& content) {
     const Signatures signatures(session.app.settings());
-    std::string body = item.body;
-    if (from && *from != item.accountID)
-        body = replacedSignature(body, signatures.signature(item.accountID).value_or(""),
-                                 signatures.signature(*from).value_or(""), "");
-    co_return co_await editedBody(session, std::move(body), TextPlace::whole);
+    EditedMessage message{item.to, item.cc, item.bcc, item.subject, item.body};
+    changeHead(content, message);
+    if (content.from && *content.from != item.accountID)
+        message.body = replacedSignature(message.body, signatures.signature(item.accountID).value_or(""),
+                                         signatures.signature(*content.from).value_or(""), "");
+    co_return co_await edited(session, std::move(message), {}, TextPlace::whole);
 }
 
 /// Puts the changed message where it belongs, in the place of the one that was taken back.
@@ -121,7 +130,7 @@ Async<void> edit(Session& session, const EditWords& words) {
     std::exception_ptr failure;
     try {
         co_await checkCancellation();
-        if (wantsEditor(session, words)) content.edited = co_await writtenBody(session, item, content.from);
+        if (wantsEditor(session, words)) content.edited = co_await writtenMessage(session, item, content);
     } catch (...) {
         failure = std::current_exception();
     }

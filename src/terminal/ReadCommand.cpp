@@ -5,6 +5,7 @@
 #include "formats/HTMLText.h"
 #include "formats/HeaderWords.h"
 #include "formats/MailDate.h"
+#include "formats/ShownAddress.h"
 #include "terminal/AttachmentFiles.h"
 #include "terminal/DateWords.h"
 #include "terminal/HTMLLinks.h"
@@ -46,10 +47,10 @@ Async<Bytes> sourceOf(Session& session, const ReadWords& words) {
 }
 
 std::string headerText(const MIMEField& field) {
-    std::string value = printable(decodeHeaderWords(field.value));
     if (text::equalsIgnoringCase(field.name, "Date"))
-        if (const auto date = parseDate(field.value)) value = longDate(*date);
-    return value;
+        if (const auto date = parseDate(field.value)) return longDate(*date);
+    const bool isText = text::equalsIgnoringCase(field.name, "Subject") || text::equalsIgnoringCase(field.name, "Date");
+    return printable(isText ? decodeHeaderWords(field.value) : shownAddresses(field.value));
 }
 
 std::string headerLines(const Console& console, const ParsedMessage& message) {

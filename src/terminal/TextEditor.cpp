@@ -81,11 +81,25 @@ bool isInstalled(const std::string& name) {
     return false;
 }
 
+/// A mail may hold lines that an editor takes for its settings.
+std::string withoutModelines(const std::string& command) {
+    const std::string name = command.substr(0, command.find(' '));
+    const char* path = std::getenv("PATH");
+    for (const auto folder : text::split(path == nullptr ? "/usr/bin:/bin" : path, ':')) {
+        std::error_code missing;
+        const auto program = fs::canonical(fs::path(folder) / name, missing).filename().string();
+        if (missing) continue;
+        const bool isVim = program.starts_with("vim") || program == "nvim";
+        return isVim ? command + " --cmd 'set nomodeline'" : command;
+    }
+    return command;
+}
+
 /// What the shell is to run. A simple command takes the shell's own place, so that signals reach it; a shell that has
 /// more to do outlives an interrupt, which its programs get as they like.
 std::string shellWords(const std::string& command) {
     const bool isSimple = command.find_first_of("=;&|<>(){}`\n") == std::string::npos;
-    return (isSimple ? "exec " : "trap : INT QUIT; ") + command + " \"$@\"";
+    return (isSimple ? "exec " + withoutModelines(command) : "trap : INT QUIT; " + command) + " \"$@\"";
 }
 
 /// Starts it with the streams of this process, and the signals as a program finds them. Throws EditorError.

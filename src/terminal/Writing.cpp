@@ -29,12 +29,8 @@ Date timeToSend(Session& session, const std::string& word) {
 std::vector<IMAPAddress> addressesFrom(const std::vector<std::string>& words) {
     std::vector<IMAPAddress> addresses;
     for (const auto& word : words) {
-        for (const auto piece : OutgoingMessage::splitAddressList(word)) {
-            if (text::trimmedUnicode(piece).empty()) continue;
-            auto address = OutgoingMessage::parseAddress(text::repairedUTF8(piece));
-            if (!address) throw CommandError(tr("Check these addresses: {}", shownWord(std::string(piece))));
-            addresses.push_back(*std::move(address));
-        }
+        const auto more = typedAddresses(word);
+        addresses.insert(addresses.end(), more.begin(), more.end());
     }
     return addresses;
 }
@@ -71,25 +67,24 @@ std::string placed(const std::string& given, std::string_view body, TextPlace pl
 
 // --- Recipients --------------------------------------------------------------------------------------------------
 
-using Addresses = Observed<std::vector<IMAPAddress>>;
-
-void add(Addresses& list, const std::vector<IMAPAddress>& more) {
-    if (more.empty()) return;
-    list.update([&more](auto& all) { all.insert(all.end(), more.begin(), more.end()); });
-}
-
-void leaveOut(const std::vector<std::string>& without, ComposeModel& model) {
+void leaveOut(const std::vector<std::string>& without, EditedMessage& message) {
     for (const auto& address : without) {
         std::size_t count = 0;
-        for (Addresses* list : {&model.to, &model.cc, &model.bcc}) {
-            auto left = **list;
-            count += std::erase_if(left, [&](const auto& one) { return foldedCase(one.email) == foldedCase(address); });
-            *list = std::move(left);
-        }
+        for (auto* list : {&message.to, &message.cc, &message.bcc})
+            count +=
+                std::erase_if(*list, [&](const auto& one) { return foldedCase(one.email) == foldedCase(address); });
         if (count == 0) throw CommandError(tr("The message does not go to {}.", shownWord(address)));
     }
 }
 
+}
+
+void changeHead(const WrittenContent& content, EditedMessage& message) {
+    leaveOut(content.without, message);
+    message.to.insert(message.to.end(), content.to.begin(), content.to.end());
+    message.cc.insert(message.cc.end(), content.cc.begin(), content.cc.end());
+    message.bcc.insert(message.bcc.end(), content.bcc.begin(), content.bcc.end());
+    if (content.subject) message.subject = *content.subject;
 }
 
 void addWritingOptions(CLI::App& command, const std::shared_ptr<WritingWords>& words) {
@@ -130,26 +125,31 @@ bool wantsEditor(const Session& session, const WritingWords& words) {
     return session.console.canEditText() && !words.bodyFile && !words.keepsText;
 }
 
-Async<std::string> editedBody(Session& session, std::string body, TextPlace place) {
-    const bool needsRoom = place == TextPlace::above && !body.empty();
-    std::string opened = (needsRoom ? "\n\n" : "") + body;
-    const std::string saved = co_await session.console.editText(std::move(opened));
-    if (text::trimmedUnicode(saved).empty()) throw CommandError(tr("No text is left, so nothing is done."));
-    if (withoutOuterLines(saved) == withoutOuterLines(body)) co_return body;
-    co_return std::string(withoutOuterLines(saved));
+EditedMessage editable(const ComposeModel& model) {
+    return {*model.to, *model.cc, *model.bcc, *model.subject, *model.body};
+}
+
+Async<EditedMessage> edited(Session& session, EditedMessage message, std::vector<std::string> remarks,
+                            TextPlace place) {
+    const auto room = place == TextPlace::above ? EditorRoom::above : EditorRoom::none;
+    const std::string saved = co_await session.console.editText(editorText(message, remarks, room));
+    EditedMessage written = editedMessage(saved);
+    if (written.body == withoutOuterLines(message.body)) written.body = std::move(message.body);
+    co_return written;
 }
 
 void apply(const WrittenContent& content, ComposeModel& model, TextPlace place) {
     if (content.from) model.setSender(*content.from);
-    leaveOut(content.without, model);
-    add(model.to, content.to);
-    add(model.cc, content.cc);
-    add(model.bcc, content.bcc);
-    if (content.subject) model.subject = *content.subject;
-    if (content.edited)
-        model.body = *content.edited;
-    else if (content.given)
-        model.body = placed(*content.given, *model.body, place, model.signature.value_or(""));
+    EditedMessage message = content.edited.value_or(editable(model));
+    if (!content.edited) {
+        changeHead(content, message);
+        if (content.given) message.body = placed(*content.given, message.body, place, model.signature.value_or(""));
+    }
+    model.to = std::move(message.to);
+    model.cc = std::move(message.cc);
+    model.bcc = std::move(message.bcc);
+    model.subject = std::move(message.subject);
+    model.body = std::move(message.body);
     if (content.attachments.empty()) return;
     model.attachments.update(
         [&content](auto& all) { all.insert(all.end(), content.attachments.begin(), content.attachments.end()); });

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "compose/ComposeModel.h"
+#include "terminal/EditedMessage.h"
 #include "terminal/Session.h"
 
 #include <memory>
@@ -43,8 +44,8 @@ struct WrittenContent {
     std::vector<IMAPAddress> to, cc, bcc;
     std::vector<std::string> without; ///< addresses
     std::optional<std::string> subject;
-    std::optional<std::string> given;  ///< the text of a file
-    std::optional<std::string> edited; ///< the whole body, as it came from the editor
+    std::optional<std::string> given;    ///< the text of a file
+    std::optional<EditedMessage> edited; ///< as it came from the editor
     std::vector<OutgoingAttachment> attachments;
     std::optional<Date> at;
 };
@@ -56,11 +57,18 @@ Async<WrittenContent> writtenContent(Session& session, const WritingWords& words
 /// True when the person is to write the text in their editor.
 bool wantsEditor(const Session& session, const WritingWords& words);
 
-/// The body as the person leaves it in their editor. Blank lines at its ends are dropped, and one that was left as it
-/// was comes back as given. Throws EditorError, and CommandError when nothing is left.
-Async<std::string> editedBody(Session& session, std::string body, TextPlace place);
+/// What the editor is to show of a message that is loaded.
+EditedMessage editable(const ComposeModel& model);
 
-/// Puts the content into a message that is loaded. Throws CommandError when someone is to be left out who is not there.
+/// The message as the person leaves it in their editor. Blank lines at the ends of its text are dropped; a text that
+/// was left as it was comes back as given. Throws EditorError, and CommandError when nothing is left.
+Async<EditedMessage> edited(Session& session, EditedMessage message, std::vector<std::string> remarks, TextPlace place);
+
+/// Puts recipients and subject into a message. Throws CommandError when someone is to be left out who is not there.
+void changeHead(const WrittenContent& content, EditedMessage& message);
+
+/// Puts the content into a message that is loaded; one that came from the editor in the place of all of it. Throws
+/// CommandError when someone is to be left out who is not there.
 void apply(const WrittenContent& content, ComposeModel& model, TextPlace place);
 
 }

@@ -66,6 +66,10 @@ TEST(BodyLayout, isLinearInTheBody) {
         const std::string body = test::repeated(part, 200'000 / part.size());
         EXPECT_LT(test::processorSeconds([&] { replacedSignature(body, "Ana", "Bo", body); }), 5) << part;
     }
+    // A signature that all but stands in the body again and again.
+    const std::string marks = test::repeated("-- \n", 20'000);
+    EXPECT_LT(test::processorSeconds([&] { replacedSignature(marks + marks, marks + "Ana", "Bo", ""); }), 5);
+    EXPECT_EQ(replacedSignature("--\n-- \n--\nAna\nrest", "--\nAna", "Bo", ""), "--\n-- \nBo\nrest");
 }
 
 }}

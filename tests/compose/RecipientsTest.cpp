@@ -93,6 +93,14 @@ TEST(ReplyRecipients, areThoseOfTheOriginal) {
     EXPECT_EQ(replyRecipients(original, ReplyScope::all, own),
               (ReplyRecipients{original.replyTo, {{"Ben", "Ben@example.net"}, plain("ANA@example.org")}}));
 
+    EXPECT_EQ(foreignReplyTo(original), (std::vector{plain("Cleo@example.com")}));
+    original.fromEmail = "ana@mail.example.org";
+    original.replyTo = {plain("list@EXAMPLE.org"), plain("x@notexample.org"), plain("y@lists.mail.example.org")};
+    EXPECT_EQ(foreignReplyTo(original), (std::vector{plain("x@notexample.org")}));
+
+    original.fromEmail = "me@example.org";
+    EXPECT_EQ(replyRecipients(original, ReplyScope::all, own), followUpRecipients(original));
+
     original.replyTo = {plain("")};
     original.fromEmail = "";
     EXPECT_TRUE(replyRecipients(original, ReplyScope::sender, own).to.empty());

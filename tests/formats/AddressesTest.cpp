@@ -1,4 +1,5 @@
 #include "formats/Addresses.h"
+#include "formats/ShownAddress.h"
 
 #include <chrono>
 #include <gtest/gtest.h>
@@ -80,6 +81,24 @@ TEST(Addresses, staysLinearUnderFloods) {
         parseAddressList(flood);
         EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3)) << unit;
     }
+}
+
+TEST(ShownAddress, NoNamePassesForAnAddress) {
+    const Case cases[] = {
+        {"Ana \u2003  Marques <ana@x.test>", "Ana Marques <ana@x.test>"},
+        {"\"ANA@x.test\" <ana@x.test>", "ana@x.test"},
+        {"=?utf-8?Q?Bank_=3Csecurity=40bank.test=3E=E2=80=83=E2=80=83=E2=80=83?= <thief@evil.test>",
+         "thief@evil.test (Bank <security@bank.test>)"},
+        {"\"security\u200B@\u200Bbank.test\" <thief@evil.test>", "thief@evil.test (security@bank.test)"},
+        {"\"security\uFF20bank.test\" <thief@evil.test>, b@x.test",
+         "thief@evil.test (security\uFF20bank.test), b@x.test"},
+        {"=?utf-8?Q?a=40bank.test?=", "a@bank.test"},
+        {"undisclosed-recipients:;", "undisclosed-recipients:;"},
+    };
+    for (const auto& [value, expected] : cases) EXPECT_EQ(shownAddresses(value), expected) << value;
+    EXPECT_EQ(shortAddress("Ana", "ana@x.test"), "Ana");
+    EXPECT_EQ(shortAddress("", "ana@x.test"), "ana@x.test");
+    EXPECT_EQ(shortAddress("ceo@bank.test", "thief@evil.test"), "thief@evil.test (ceo@bank.test)");
 }
 
 }}

@@ -41,10 +41,14 @@ class Editing : public test::ProgramHome, public testing::WithParamInterface<boo
         ASSERT_TRUE(eventually([&] { return isListening(); }));
     }
 
-    /// A program for $EDITOR, of these shell commands; "$1" is the file.
+    /// A program for $EDITOR, of these shell commands; "$1" is the file, and `text` puts its input in the place of the
+    /// text, below recipients and subject.
     std::string editor(const std::string& commands) {
         const fs::path file = home_ / ("editor-" + std::to_string(++editors_));
-        test::writeFile(file, "#!/bin/sh\n" + commands + "\n");
+        test::writeFile(file,
+                        "#!/bin/sh\nfile=\"$1\"\ntext() { sed '/^$/q' \"$file\" >\"$file.new\"; cat >>\"$file.new\"; "
+                        "mv \"$file.new\" \"$file\"; }\n" +
+                            commands + "\n");
         fs::permissions(file, fs::perms::owner_all);
         return file.string();
     }
@@ -98,14 +102,13 @@ TEST_P(Editing, OpensTheTextAsItStandsInAPrivateFileAndTakesWhatIsSaved) {
     test::writeFile(home_ / "signature", "Ada\n");
     told({"signature", "set", ada, "--text-file", (home_ / "signature").string()});
     const std::string script =
-        editor("cp \"$1\" '" + (home_ / "opened").string() + "'\n" +                             //
-               "stat -c '%a %n' \"$1\" \"$(dirname \"$1\")\" >'" +                               //
-               (home_ / "modes").string() + "'\n" +                                              //
-               "printf 'Gr\\303\\274\\303\\237e\\r\\n' >\"$1.new\"; cat \"$1\" >>\"$1.new\"\n" + //
-               "mv \"$1.new\" \"$1\"; touch \"$1~\"");
+        editor("cp \"$1\" '" + (home_ / "opened").string() + "'\n" + //
+               "stat -c '%a %n' \"$1\" \"$(dirname \"$1\")\" >'" +   //
+               (home_ / "modes").string() + "'\n" +                  //
+               "{ printf 'Gr\\303\\274\\303\\237e\\r\\n'; sed '1,/^$/d' \"$1\"; } | text; touch \"$1~\"");
     Terminal terminal(composing(), script);
     EXPECT_EQ(terminal.exitCode(), 0) << terminal.seen();
-    EXPECT_EQ(contentsOf(home_ / "opened"), "\n\n-- \nAda\n");
+    EXPECT_EQ(contentsOf(home_ / "opened"), "To: bob@example.test\nCc:\nBcc:\nSubject: Hello\n\n\n\n-- \nAda\n");
     EXPECT_EQ(queuedBody(), "Grüße\n\n\n-- \nAda");
     EXPECT_THAT(contentsOf(home_ / "modes"), testing::MatchesRegex("600 .*/message\\.txt\n700 .*\n"));
     EXPECT_TRUE(fs::is_empty(home_ / "tmp") || GetParam());
@@ -114,7 +117,8 @@ TEST_P(Editing, OpensTheTextAsItStandsInAPrivateFileAndTakesWhatIsSaved) {
     // An answer has its quote below.
     Terminal answering({"reply", "1", "--at", someDay}, editor("cp \"$1\" '" + (home_ / "answer").string() + "'"));
     EXPECT_EQ(answering.exitCode(), 1);
-    EXPECT_THAT(contentsOf(home_ / "answer"), testing::StartsWith("\n\n-- \nAda\n\nOn "));
+    EXPECT_THAT(contentsOf(home_ / "answer"), HasSubstr("\nSubject: Re: "));
+    EXPECT_THAT(contentsOf(home_ / "answer"), HasSubstr("\n\n\n\n-- \nAda\n\nOn "));
     EXPECT_THAT(contentsOf(home_ / "answer"), HasSubstr(" wrote:\n>"));
     EXPECT_THAT(answering.seen(), HasSubstr("left as it was"));
 }
@@ -145,10 +149,8 @@ TEST_P(Editing, SendsNothingThatThePersonDidNotWrite) {
     EXPECT_EQ(without.exitCode(), 1);
     // What is wrong otherwise is told before they begin to write.
     const auto marker = home_ / "was opened";
-    for (const auto& words : std::vector<std::vector<std::string>>{composing({"--attach", "no such file"}),
-                                                                   composing({"--cc", "broken"}),
-                                                                   {"compose", "--subject", "to nobody"},
-                                                                   {"draft", "edit", "1"}}) {
+    for (const auto& words : std::vector<std::vector<std::string>>{
+             composing({"--attach", "no such file"}), composing({"--cc", "broken"}), {"draft", "edit", "1"}}) {
         Terminal terminal(words, editor("touch '" + marker.string() + "'; echo x >\"$1\""));
         EXPECT_EQ(terminal.exitCode(), 1) << testing::PrintToString(words);
         EXPECT_FALSE(fs::exists(marker)) << terminal.seen();
@@ -205,8 +207,39 @@ TEST_P(Editing, ALinkSendsOnlyWhatThePersonSawAndAgreedTo) {
     EXPECT_EQ(left[1]["state"], "failed");
 }
 
+TEST_P(Editing, ShowsWhomAMessageGoesToAndLetsThemBeChanged) {
+    const auto opened = home_ / "opened";
+    const std::vector<std::string> link{"mailto",
+                                        "mailto:%22Bob%2C%20B.%22%20%3Cbob@example.test%3E?bcc=eve@example.test&"
+                                        "subject=x%0D%0ABcc:%20mallory@example.test&body=y",
+                                        "--at", someDay, "--yes"};
+    Terminal terminal(link, editor("cp \"$1\" '" + opened.string() +
+                                   "'\n"
+                                   "sed -i -e 's/^Bcc:.*/bcc:/' -e 's/^Cc:.*/Cc: Zo\303\253 <zoe@example.test>,\\n  "
+                                   "BOB@example.test/' -e 's/^Subject:.*/Subject: Why/' \"$1\"; echo z >>\"$1\""));
+    EXPECT_EQ(terminal.exitCode(), 0) << terminal.seen();
+    const std::string file = contentsOf(opened);
+    EXPECT_THAT(file, HasSubstr("\nBcc: eve@example.test\n"));
+    EXPECT_THAT(file, testing::Not(HasSubstr("\nBcc: mallory")));
+    const json item = outbox().at(0);
+    ASSERT_EQ(item["to"].size(), 1U) << item;
+    EXPECT_EQ(item["to"][0]["name"], "Bob, B.");
+    ASSERT_EQ(item["cc"].size(), 1U) << "each once: " << item;
+    EXPECT_EQ(item["cc"][0]["email"], "zoe@example.test");
+    EXPECT_EQ(item["bcc"], json::array());
+    EXPECT_EQ(item["subject"], "Why");
+    // Without those lines nobody knows what was meant.
+    for (const char* commands : {"echo x >\"$1\"", "sed -i 1iTwo: b@x.test \"$1\"; echo x >>\"$1\""}) {
+        Terminal broken(composing(), editor(commands));
+        EXPECT_EQ(broken.exitCode(), 1);
+        EXPECT_THAT(broken.seen(), HasSubstr("above the text"));
+        EXPECT_THAT(broken.seen(), HasSubstr("kept in"));
+    }
+    EXPECT_EQ(outbox().size(), 1U);
+}
+
 TEST_P(Editing, LeavesInterruptsToTheEditor) {
-    const auto waiting = editor("trap 'echo heard' INT\necho ready; read line\necho written >\"$1\"");
+    const auto waiting = editor("trap 'echo heard' INT\necho ready; read line\necho written | text");
     Terminal terminal(composing(), waiting);
     ASSERT_TRUE(terminal.shows("ready")) << terminal.seen();
     terminal.type("\x03");
@@ -228,7 +261,7 @@ TEST_P(Editing, KeepsWhatWasWrittenWhenItsProgramIsEnded) {
     EXPECT_THAT(terminal.seen(), HasSubstr("kept in"));
 
     // A draft needs the server, which is not there.
-    Terminal offline({"compose", "--draft"}, editor("echo offline >\"$1\""));
+    Terminal offline({"compose", "--draft"}, editor("echo offline | text"));
     EXPECT_EQ(offline.exitCode(), 1);
     EXPECT_THAT(offline.seen(), HasSubstr("What you wrote waits in the outbox as"));
     EXPECT_EQ(queuedBody(), "offline");
@@ -245,17 +278,20 @@ TEST_P(Editing, ChangesAMessageOfTheOutboxOrLeavesItThere) {
     }
     Terminal mistaken({"outbox", "edit", id, "--without", "carol@example.test"}, editor("echo second >>\"$1\""));
     EXPECT_EQ(mistaken.exitCode(), 1);
-    json left = outbox();
-    ASSERT_EQ(left.size(), 1U);
-    EXPECT_EQ(left[0]["state"], "failed");
-    EXPECT_THAT(std::string(left[0]["failure"]), HasSubstr("does not go to carol@example.test"));
-    EXPECT_EQ(queuedBody(), "first\nsecond") << "what was written stays with the message";
+    EXPECT_THAT(mistaken.seen(), HasSubstr("does not go to carol@example.test"));
+    EXPECT_EQ(outbox(), before);
+    // What was written stays with a message that can't go as it was changed.
+    Terminal nobody({"outbox", "edit", id}, editor("sed -i 's/^To:.*/To: bob/' \"$1\"; echo second >>\"$1\""));
+    EXPECT_EQ(nobody.exitCode(), 1);
+    EXPECT_THAT(nobody.seen(), HasSubstr("Check these addresses: bob"));
+    EXPECT_EQ(outbox(), before);
+    EXPECT_EQ(temporaryFiles().size(), 2U) << "with the one of the editor that failed";
 
     Terminal changing({"outbox", "edit", id, "--cc", "carol@example.test", "--at", someDay},
                       editor("echo third >>\"$1\""));
     EXPECT_EQ(changing.exitCode(), 0) << changing.seen();
-    EXPECT_EQ(queuedBody(), "first\nsecond\nthird");
-    left = outbox();
+    EXPECT_EQ(queuedBody(), "first\nthird");
+    json left = outbox();
     ASSERT_EQ(left.size(), 1U);
     EXPECT_EQ(left[0]["messageID"], before[0]["messageID"]);
 
