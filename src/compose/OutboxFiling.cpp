@@ -1,7 +1,9 @@
 #include "compose/OutboxFiling.h"
 
+#include "base/Localisation.h"
 #include "base/Text.h"
 #include "base/UserError.h"
+#include "formats/WhiteSpace.h"
 #include "platform/FileError.h"
 #include "platform/Log.h"
 #include "protocols/IMAPError.h"
@@ -19,11 +21,16 @@ namespace velmo {
 namespace {
 
 constexpr Duration retryInterval{60'000};
+constexpr std::chrono::hours refusedInterval{1};
 /// What the end of the program waits for.
 constexpr Duration grace{5'000};
 
 /// The servers of providers that file sent mail by themselves, by the ends of their names.
 constexpr std::array<std::string_view, 3> filingServers{"gmail.com", "office365.com", "outlook.com"};
+
+std::string troubleOf(const OutboxItem& item) {
+    return "sentcopy." + item.id.text();
+}
 
 }
 
@@ -83,13 +90,16 @@ Async<void> OutboxFiling::pass() {
     const auto entries = entries_;
     for (const auto& entry : entries) {
         std::exception_ptr failure;
-        const bool isLeftOut = outOfReach.contains(entry->item->accountID);
+        const bool isLeftOut = outOfReach.contains(entry->item->accountID) || !isDue(*entry);
         if (!isLeftOut) failure = co_await tryFiling(*entry);
         if (failure && isCancellation(failure)) std::rethrow_exception(failure);
         if (failure) log("Mail").error("After a send: {}", pub(sentenceOf(failure)));
         if (failure && isConnectionFailure(failure)) {
             outOfReach.insert(entry->item->accountID);
+        } else if (failure && lacksCopy(*entry)) {
+            tellRefusal(*entry, failure);
         } else if (!isLeftOut) {
+            environment_.troubles.settle(troubleOf(*entry->item));
             co_await forget(*entry);
             std::erase(entries_, entry);
         }
@@ -99,8 +109,29 @@ Async<void> OutboxFiling::pass() {
     }
 }
 
+bool OutboxFiling::isDue(const Entry& entry) const {
+    return !entry.notBefore || *entry.notBefore <= environment_.clock->now();
+}
+
+/// It was sent, and no copy of it is among the sent mail.
+bool OutboxFiling::lacksCopy(const Entry& entry) const {
+    const auto account = environment_.account(entry.item->accountID);
+    return entry.ending == Ending::sent && account && !filesSentMail(*account) && !entry.isCopied;
+}
+
+/// The message is in nobody's hands but the recipients' and ours: it stays until the server takes it.
+void OutboxFiling::tellRefusal(Entry& entry, const std::exception_ptr& failure) {
+    entry.notBefore = environment_.clock->now() + refusedInterval;
+    const auto account = environment_.account(entry.item->accountID);
+    environment_.troubles.add(
+        troubleOf(*entry.item), entry.item->accountID,
+        tr("“{}” was sent, but the server of {} did not take the copy for the sent mail. The copy "
+           "is kept here, and offered again every hour. {}",
+           collapsedWhiteSpace(entry.item->subject), account ? account->email : "", sentenceOf(failure)));
+}
+
 /// Gives what failed. Files of an account that is gone stay as they are.
-Async<std::exception_ptr> OutboxFiling::tryFiling(const Entry& entry) {
+Async<std::exception_ptr> OutboxFiling::tryFiling(Entry& entry) {
     const auto account = environment_.account(entry.item->accountID);
     std::exception_ptr failure;
     try {
@@ -113,7 +144,7 @@ Async<std::exception_ptr> OutboxFiling::tryFiling(const Entry& entry) {
 
 /// Each step is tried, whatever became of those before. Throws the failure of one, if of any that the server was out of
 /// reach, since all are to be tried again then.
-Async<void> OutboxFiling::file(const MailAccount& account, const Entry& entry) {
+Async<void> OutboxFiling::file(const MailAccount& account, Entry& entry) {
     const OutboxItem& item = *entry.item;
     std::exception_ptr failure;
     const auto attempt = [&failure](auto&& step) -> Async<void> {
@@ -126,10 +157,11 @@ Async<void> OutboxFiling::file(const MailAccount& account, const Entry& entry) {
         if (own && isCancellation(own)) std::rethrow_exception(own);
         if (own && !(failure && isConnectionFailure(failure))) failure = own;
     };
-    if (entry.ending == Ending::sent && !filesSentMail(account)) {
+    if (lacksCopy(entry)) {
         auto copy = [&]() -> Async<void> {
             const auto message = co_await messageOf(entry);
             if (message) co_await mail_.filing().fileSent(account, item.messageID, *message);
+            entry.isCopied = true;
         };
         co_await attempt(copy);
     }
@@ -138,15 +170,23 @@ Async<void> OutboxFiling::file(const MailAccount& account, const Entry& entry) {
         co_await attempt(clear);
     }
     if (entry.ending == Ending::sent && item.answering) {
-        auto mark = [&]() -> Async<void> {
-            const auto answered = environment_.context.messages.find(*item.answering);
-            // The answer may have been written from another account than the one that was written to.
-            const auto asked = answered ? environment_.account(answered->accountID) : std::nullopt;
-            if (asked) co_await mail_.filing().markAnswered(*asked, *answered);
-        };
+        auto mark = [&] { return markAnswered(item); };
         co_await attempt(mark);
     }
     if (failure) std::rethrow_exception(failure);
+}
+
+/// The answer may have been written from another account than the one that was written to, and what it answers may have
+/// been moved since.
+Async<void> OutboxFiling::markAnswered(const OutboxItem& item) {
+    const auto answered = environment_.context.messages.find(*item.answering);
+    const auto messageID = answered ? answered->messageID : item.inReplyTo;
+    const auto asked = environment_.account(answered ? answered->accountID : item.accountID);
+    if (!asked) co_return;
+    if (messageID)
+        co_await mail_.filing().markAnswered(*asked, *messageID);
+    else if (answered)
+        co_await mail_.filing().markAnswered(*asked, *answered);
 }
 
 Async<std::shared_ptr<const Bytes>> OutboxFiling::messageOf(const Entry& entry) const {

@@ -45,12 +45,18 @@ class OutboxFiling {
         Ending ending;
         std::shared_ptr<const Bytes> message;
         bool isTried = false;
+        bool isCopied = false;         ///< among the sent mail
+        std::optional<Date> notBefore; ///< refused, and to be asked for again then
     };
 
     Async<void> run();
     Async<void> pass();
-    Async<std::exception_ptr> tryFiling(const Entry& entry);
-    Async<void> file(const MailAccount& account, const Entry& entry);
+    Async<std::exception_ptr> tryFiling(Entry& entry);
+    Async<void> file(const MailAccount& account, Entry& entry);
+    Async<void> markAnswered(const OutboxItem& item);
+    void tellRefusal(Entry& entry, const std::exception_ptr& failure);
+    bool isDue(const Entry& entry) const;
+    bool lacksCopy(const Entry& entry) const;
     Async<std::shared_ptr<const Bytes>> messageOf(const Entry& entry) const;
     Async<void> forget(const Entry& entry) const;
     Async<void> untilTried();

@@ -26,15 +26,15 @@ bool holdsAt(std::string_view text) {
 }
 
 std::string shownAddress(std::string_view name, std::string_view email) {
-    const std::string address = inOneLine(email);
-    const std::string shown = inOneLine(name);
+    std::string address = inOneLine(email);
+    std::string shown = inOneLine(name);
     if (shown.empty() || text::equalsIgnoringCase(shown, address)) return address;
     if (address.empty()) return shown;
     return holdsAt(shown) ? address + " (" + shown + ")" : shown + " <" + address + ">";
 }
 
 std::string shortAddress(std::string_view name, std::string_view email) {
-    const std::string shown = inOneLine(name);
+    std::string shown = inOneLine(name);
     return shown.empty() || holdsAt(shown) ? shownAddress(name, email) : shown;
 }
 

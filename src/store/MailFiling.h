@@ -33,13 +33,18 @@ class MailFiling {
     /// mailbox, as it is after it was saved, has its Message-ID only.
     Async<void> deleteDraft(MailAccount account, MessageRecord draft);
 
-    /// Marks a message as answered.
+    /// Marks a message without a Message-ID as answered.
     Async<void> markAnswered(MailAccount account, MessageRecord message);
+
+    /// Marks the message with this Message-ID as answered, in whatever mailbox of the account it is by now: it is
+    /// looked for where the store has it, and then on the server. False when it is nowhere.
+    Async<bool> markAnswered(MailAccount account, std::string messageID);
 
     /// Puts a copy of what was sent among the sent mail; one that is there already stays the only one.
     Async<void> fileSent(MailAccount account, std::string messageID, Bytes message);
 
   private:
+    std::vector<std::string> placesOf(const MailAccount& account, const std::string& messageID);
     Async<void> replace(MailAccount account, MailboxRole role, std::string messageID, std::vector<std::string> flags,
                         Bytes message);
 

@@ -81,6 +81,9 @@ class SyncEngine {
     Async<void> replaceByMessageID(std::string path, std::string messageID, std::vector<std::string> flags,
                                    Bytes message);
 
+    /// Gives the message with this Message-ID a flag; false when there is none.
+    Async<bool> flagByMessageID(std::string path, std::string messageID, std::string flag);
+
     /// Deletes the message with this Message-ID; false when there is none.
     Async<bool> deleteByMessageID(std::string path, std::string messageID);
 

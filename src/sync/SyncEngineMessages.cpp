@@ -162,6 +162,19 @@ Async<void> SyncEngine::replaceByMessageID(std::string path, std::string message
                  });
 }
 
+Async<bool> SyncEngine::flagByMessageID(std::string path, std::string messageID, std::string flag) {
+    return runOn(strand_,
+                 [this, path = std::move(path), messageID = std::move(messageID),
+                  flags = std::vector<std::string>(1, flag)]() -> Async<bool> {
+                     const Client client = co_await connectedClient();
+                     const auto hits = co_await withMessageID(client, path, messageID);
+                     if (hits.empty()) co_return false;
+                     co_await client->locked(
+                         [&] { return client->store(path, uidSet(hits), IMAPClient::FlagChange::add, flags); });
+                     co_return true;
+                 });
+}
+
 Async<bool> SyncEngine::deleteByMessageID(std::string path, std::string messageID) {
     return runOn(strand_, [this, path = std::move(path), messageID = std::move(messageID)]() -> Async<bool> {
         const Client client = co_await connectedClient();

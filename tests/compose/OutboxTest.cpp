@@ -460,6 +460,59 @@ TEST_F(OutboxServers, DeliverWhatIsFiledAndClearTheDraft) {
     EXPECT_TRUE(std::filesystem::is_empty(rig.outboxFolder()));
 }
 
+/// With another client of the account.
+template <class Work>
+void elsewhere(WritingRig& rig, const MailAccount& account, Work work) {
+    SystemClock clock;
+    const auto client = std::make_shared<IMAPClient>(
+        makeStrand(rig.store->runtime.executors().io), clock, account.incoming,
+        MailCredential::password(account.username, rig.passwordOf(account)));
+    rig.store->run([&]() -> Async<void> {
+        co_await client->connect();
+        co_await work(*client);
+        co_await client->close();
+    });
+}
+
+TEST_F(OutboxServers, FindWhatWasMovedAndKeepACopyThatIsRefused) {
+    WritingRig rig;
+    OutboxItem question;
+    question.id = UUID::random();
+    question.accountID = rig.bob.id;
+    question.to = {{{}, "alice@example.test"}};
+    question.messageID = "<question@example.test>";
+    rig.store->run([&] { return rig.outbox->enqueue(question); });
+    const auto arrived = rig.inbox(rig.alice(), 1);
+    ASSERT_EQ(arrived.size(), 1U);
+    OutboxItem answer;
+    answer.id = UUID::random();
+    answer.accountID = rig.alice().id;
+    answer.to = {{{}, "bob@example.test"}};
+    answer.subject = "An answer";
+    answer.messageID = "<answer@example.test>";
+    answer.inReplyTo = question.messageID;
+    answer.answering = arrived.front().id;
+    elsewhere(rig, rig.alice(), [](IMAPClient& client) -> Async<void> {
+        co_await client.moveMessages("INBOX", "1:*", "Trash");
+    });
+    // Something that is no mailbox stands in its place.
+    const auto sent = rig.maildirOfAlice() / ".Sent";
+    std::filesystem::remove_all(sent);
+    writeFile(sent, "");
+    rig.store->run([&] { return rig.outbox->enqueue(answer); });
+    rig.settle();
+    EXPECT_TRUE(rig.held(rig.alice(), "Trash").at(0).isAnswered);
+    const auto troubles = *rig.mail().troubles().all;
+    ASSERT_EQ(troubles.size(), 1U);
+    EXPECT_THAT(troubles[0].text, AllOf(HasSubstr("“An answer” was sent"), HasSubstr("is kept here")));
+
+    rig.reopen([] {});
+    rig.reopen([&sent] { std::filesystem::remove(sent); });
+    EXPECT_TRUE(rig.store->eventually([&] { return rig.held(rig.alice(), "Sent").size() == 1; }));
+    EXPECT_TRUE(rig.store->eventually([&] { return std::filesystem::is_empty(rig.outboxFolder()); }));
+    EXPECT_EQ(rig.inbox(rig.bob, 1).size(), 1U);
+}
+
 TEST_F(OutboxServers, FileWhatAProcessSentBeforeItDied) {
     WritingRig rig;
     OutboxItem item;

@@ -54,6 +54,12 @@ class WritingRig {
         return held(account, "INBOX");
     }
 
+    std::filesystem::path maildirOfAlice() const { return servers_.value("ALICE_MAILDIR"); }
+
+    std::string passwordOf(const MailAccount& account) const {
+        return servers_.value(account.id == bob.id ? "BOB_PASSWORD" : "ALICE_PASSWORD");
+    }
+
     Bytes source(const MessageRecord& record) {
         return store->run([&] { return mail().bodies().source(record); });
     }
