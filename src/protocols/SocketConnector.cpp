@@ -1,6 +1,7 @@
 #include "protocols/SocketConnector.h"
 
 #include "base/UserError.h"
+#include "protocols/NameLookup.h"
 
 #include <algorithm>
 #include <boost/asio/as_tuple.hpp>
@@ -32,16 +33,6 @@ class Signal {
 
   private:
     asio::steady_timer timer_;
-};
-
-/// The system's resolver can't be interrupted, so what it writes to does not belong to the one who waits.
-struct Resolution {
-    explicit Resolution(const Executor& executor) : resolver(executor), done(executor) {}
-
-    asio::ip::tcp::resolver resolver;
-    Signal done;
-    std::optional<Error> error;
-    std::vector<Endpoint> endpoints;
 };
 
 struct Race {
@@ -94,20 +85,7 @@ Async<std::vector<Endpoint>> resolve(std::string host, int port) {
     Error notNumeric;
     static_cast<void>(asio::ip::make_address(host, notNumeric));
     if (!notNumeric) co_return std::vector<Endpoint>(1, Endpoint(host, port));
-    const Executor executor = co_await asio::this_coro::executor;
-    auto resolution = std::make_shared<Resolution>(executor);
-    resolution->resolver.async_resolve(
-        host, std::to_string(port), asio::ip::resolver_base::numeric_service,
-        asio::bind_executor(executor, [resolution](const Error& error, const auto& results) {
-            resolution->error = error;
-            for (const auto& entry : results)
-                resolution->endpoints.emplace_back(entry.endpoint().address().to_string(), entry.endpoint().port());
-            resolution->done.raise();
-        }));
-    co_await resolution->done.wait();
-    if (!resolution->error) throw Cancelled();
-    if (*resolution->error) throw boost::system::system_error(*resolution->error);
-    co_return std::move(resolution->endpoints);
+    co_return co_await lookUp(std::move(host), port, systemLookup);
 }
 
 std::vector<Endpoint> interleaved(const std::vector<Endpoint>& endpoints) {

@@ -2,12 +2,15 @@
 
 #include "platform/NetworkPath.h"
 #include "protocols/IMAPClientFixture.h"
+#include "protocols/NameLookup.h"
 #include "protocols/NetworkMonitor.h"
 #include "protocols/SocketConnector.h"
 
+#include <algorithm>
 #include <atomic>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
+#include <future>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
@@ -191,6 +194,38 @@ TEST(SocketConnector, TriesTheNextAddressWhenOneIsDeadOrSilent) {
     }
     const Endpoint six("::1", 1);
     EXPECT_EQ(connector::interleaved({good, refused, six}), (std::vector<Endpoint>{six, good, refused}));
+}
+
+TEST(NameLookup, AHangingOneHoldsUpNeitherOthersNorTheEnd) {
+    using connector::Endpoint;
+    std::promise<void> release;
+    const auto released = release.get_future().share();
+    const auto hanging = [released](const std::string&, int) {
+        released.wait();
+        return connector::LookupResult();
+    };
+    const auto quick = [](const std::string& host, int port) {
+        return connector::LookupResult{{}, {Endpoint(host, port)}};
+    };
+    {
+        Runtime runtime;
+        const auto wait = [&hanging]() -> Async<void> { co_await connector::lookUp("hangs", 1, hanging); };
+        Task abandoned(runtime.executors().main, wait), left(runtime.executors().main, wait);
+        runtime.run([&]() -> Async<void> {
+            const auto found = co_await connector::lookUp("there", 9, quick);
+            EXPECT_EQ(found, (std::vector{Endpoint("there", 9)}));
+            abandoned.cancel();
+            co_await abandoned.finished();
+            const auto system = co_await connector::lookUp("localhost", 25, connector::systemLookup);
+            EXPECT_TRUE(std::ranges::count(system, Endpoint("127.0.0.1", 25)) +
+                            std::ranges::count(system, Endpoint("::1", 25)) >
+                        0);
+            const auto failing = [] { return connector::lookUp("no.such.host.invalid", 1, connector::systemLookup); };
+            EXPECT_TRUE(co_await detail::caught([&]() -> Async<void> { co_await failing(); }));
+        });
+        left.cancel();
+    }
+    release.set_value();
 }
 
 TEST(NetworkMonitor, TellsOnlyRealChanges) {
