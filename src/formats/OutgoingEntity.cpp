@@ -25,6 +25,10 @@ std::size_t lengthOf(const OutgoingEntity::Data& content) {
     return lengthInBase64Lines(content.bytes.size());
 }
 
+std::size_t lengthOf(const OutgoingEntity::Verbatim& content) {
+    return content.bytes.size() + content.bytes.size() / 32;
+}
+
 std::size_t lengthOf(const OutgoingEntity::Multipart& content) {
     std::size_t length = content.boundary.size() + 8;
     for (const auto& part : content.parts) {
@@ -40,6 +44,16 @@ void append(Bytes& out, const OutgoingEntity::Text& content) {
 
 void append(Bytes& out, const OutgoingEntity::Data& content) {
     appendBase64Lines(out, content.bytes);
+}
+
+void append(Bytes& out, const OutgoingEntity::Verbatim& content) {
+    for (std::string_view rest = content.bytes; !rest.empty();) {
+        const auto end = rest.find('\n');
+        auto line = rest.substr(0, end);
+        rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
+        if (line.ends_with('\r')) line.remove_suffix(1);
+        out.append(line).append(lineEnd);
+    }
 }
 
 /// RFC 2046 §5.1.1, without preamble and epilogue.

@@ -19,13 +19,17 @@ struct OutgoingEntity {
     struct Data {
         BytesView bytes; ///< go out in base64
     };
+    /// Goes out as it is, with CR LF between lines; RFC 2046 §5.2.1 allows nothing else for a message.
+    struct Verbatim {
+        BytesView bytes; ///< no line of more than 998 octets, no NUL and no CR that stands alone
+    };
     struct Multipart {
         std::string boundary;
         std::vector<OutgoingEntity> parts;
     };
 
     std::vector<std::string> headers; ///< lines without their ends
-    std::variant<Text, Data, Multipart> content;
+    std::variant<Text, Data, Verbatim, Multipart> content;
 
     /// `type` is "text/plain" or "text/html".
     static OutgoingEntity ofText(std::string_view type, std::string_view text);

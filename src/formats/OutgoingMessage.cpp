@@ -33,21 +33,49 @@ std::string inOneLine(std::string_view value) {
     return line;
 }
 
-/// RFC 2047, as one word whatever its length.
-std::string encodedWord(std::string_view value) {
+/// With the name of its field a line must not reach 998 octets (RFC 5322 §2.1.1).
+constexpr std::size_t longestWord = 880;
+
+std::string oneEncodedWord(std::string_view value) {
     return "=?UTF-8?B?" + text::base64(value) + "?=";
+}
+
+/// RFC 2047: one word, or where that is too long several of at most 75 characters, cut between characters.
+std::string encodedWord(std::string_view value) {
+    constexpr std::size_t bytesOfWord = 45;
+    std::string whole = oneEncodedWord(value);
+    if (whole.size() <= longestWord) return whole;
+    std::string words;
+    while (!value.empty()) {
+        std::size_t end = std::min(bytesOfWord, value.size());
+        while (end < value.size() && (static_cast<unsigned char>(value[end]) & 0xC0U) == 0x80U) --end;
+        words += (words.empty() ? "" : " ") + oneEncodedWord(value.substr(0, end));
+        value.remove_prefix(end);
+    }
+    return words;
+}
+
+/// A line is only broken in front of a word, behind all blanks but one.
+bool canBeFolded(std::string_view line) {
+    std::size_t used = 0;
+    for (std::size_t i = 0; i < line.size(); ++i) {
+        const bool isBreak = line[i] == ' ' && i + 1 < line.size() && line[i + 1] != ' ';
+        used = isBreak ? 0 : used + 1;
+        if (used > longestWord) return false;
+    }
+    return true;
 }
 
 std::string unstructured(std::string_view value) {
     std::string line = inOneLine(value);
-    return isPrintableASCII(line) ? line : encodedWord(line);
+    return isPrintableASCII(line) && canBeFolded(line) ? line : encodedWord(line);
 }
 
 std::string headerForm(const IMAPAddress& address) {
     std::string email = inOneLine(address.email);
     const std::string name = inOneLine(address.name.value_or(""));
     if (name.empty()) return email;
-    if (!isPrintableASCII(name)) return encodedWord(name) + " <" + email + ">";
+    if (!isPrintableASCII(name) || !canBeFolded(name)) return encodedWord(name) + " <" + email + ">";
     // A backslash of the name must not take the quote that follows it for its own.
     return IMAPAddress{text::replacedAll(name, "\\", "\\\\"), email}.formatted();
 }
@@ -77,6 +105,7 @@ std::string headerForm(Date date) {
 std::string joined(const std::vector<std::string>& identifiers) {
     std::string list;
     for (const auto& identifier : identifiers) {
+        if (identifier.size() > longestWord) continue;
         if (!list.empty()) list += ' ';
         list += inOneLine(identifier);
     }
@@ -94,7 +123,8 @@ void appendFolded(Bytes& out, std::string_view line) {
     bool isFirst = true;
     for (const auto word : text::split(line, ' ')) {
         if (!isFirst) {
-            const bool fits = used + 1 + word.size() <= longestFolded;
+            // A line of blanks alone would end the head for some.
+            const bool fits = word.empty() || used + 1 + word.size() <= longestFolded;
             if (!fits) out.append(lineEnd);
             used = fits ? used + 1 : 1;
             out += ' ';
@@ -153,15 +183,60 @@ OutgoingEntity entityOf(const InlinePicture& picture) {
                   picture.data);
 }
 
+/// What may go out as it is, line by line.
+bool isOfShortLines(BytesView bytes) {
+    std::size_t used = 0;
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        const bool isEnd = bytes[i] == '\n';
+        const bool isAlone = bytes[i] == '\r' && (i + 1 == bytes.size() || bytes[i + 1] != '\n');
+        used = isEnd ? 0 : used + 1;
+        if (bytes[i] == '\0' || isAlone || used > 999) return false;
+    }
+    return true;
+}
+
+bool hasEightBits(BytesView bytes) {
+    return std::ranges::any_of(bytes, [](char c) { return static_cast<unsigned char>(c) >= 0x80; });
+}
+
+/// A message is in nothing but its own lines (RFC 2046 §5.2.1); one that has no such lines goes as a file.
+OutgoingEntity ofMessage(std::vector<std::string> headers, BytesView message) {
+    OutgoingEntity entity;
+    entity.headers = std::move(headers);
+    entity.headers.emplace_back(hasEightBits(message) ? "Content-Transfer-Encoding: 8bit"
+                                                      : "Content-Transfer-Encoding: 7bit");
+    entity.content = OutgoingEntity::Verbatim{message};
+    return entity;
+}
+
+bool isVerbatim(const OutgoingAttachment& attachment) {
+    return text::equalsIgnoringCase(attachment.mimeType, "message/rfc822") && isOfShortLines(attachment.data);
+}
+
+/// A name of a length that files have, with its extension.
+std::string shortened(const std::string& name) {
+    constexpr std::size_t longest = 240, longestExtension = 20;
+    if (name.size() <= longest) return name;
+    const auto dot = name.rfind('.');
+    const bool hasExtension = dot != std::string::npos && name.size() - dot <= longestExtension;
+    std::size_t end = longest - longestExtension;
+    while ((static_cast<unsigned char>(name[end]) & 0xC0U) == 0x80U) --end;
+    return name.substr(0, end) + (hasExtension ? name.substr(dot) : "");
+}
+
 OutgoingEntity entityOf(const OutgoingAttachment& attachment) {
-    const std::string name = attachment.filename.empty() ? "attachment" : text::repairedUTF8(attachment.filename);
-    const std::string type = mediaType(attachment.mimeType);
+    const std::string name =
+        attachment.filename.empty() ? "attachment" : shortened(text::repairedUTF8(attachment.filename));
+    const bool isMessage = isVerbatim(attachment);
+    const bool isBroken = !isMessage && text::equalsIgnoringCase(attachment.mimeType, "message/rfc822");
+    const std::string type = isBroken ? "application/octet-stream" : mediaType(attachment.mimeType);
+    const auto entity = isMessage ? ofMessage : ofData;
     // In quotes a backslash would be taken off.
     if (isPrintableASCII(name) && name.find_first_of("\"\\") == std::string::npos)
-        return ofData({fmt::format("Content-Type: {}; name=\"{}\"", type, name),
+        return entity({fmt::format("Content-Type: {}; name=\"{}\"", type, name),
                        fmt::format("Content-Disposition: attachment; filename=\"{}\"", name)},
                       attachment.data);
-    return ofData({fmt::format("Content-Type: {}", type),
+    return entity({fmt::format("Content-Type: {}", type),
                    fmt::format("Content-Disposition: attachment; filename*=UTF-8''{}", percentEncoded(name))},
                   attachment.data);
 }
@@ -195,8 +270,15 @@ OutgoingEntity topEntity(const OutgoingMessage& message) {
     if (message.attachments.empty()) return body;
     std::vector<OutgoingEntity> parts;
     parts.push_back(std::move(body));
-    for (const auto& attachment : message.attachments) parts.push_back(entityOf(attachment));
-    return OutgoingEntity::ofParts("multipart/mixed", std::move(parts));
+    bool hasEight = false;
+    for (const auto& attachment : message.attachments) {
+        parts.push_back(entityOf(attachment));
+        hasEight = hasEight || (isVerbatim(attachment) && hasEightBits(attachment.data));
+    }
+    auto entity = OutgoingEntity::ofParts("multipart/mixed", std::move(parts));
+    // What stands in it counts for the whole (RFC 2045 §6.4).
+    if (hasEight) entity.headers.emplace_back("Content-Transfer-Encoding: 8bit");
+    return entity;
 }
 
 std::vector<std::string> topHeaders(const OutgoingMessage& message) {
@@ -208,7 +290,8 @@ std::vector<std::string> topHeaders(const OutgoingMessage& message) {
                                    "X-Mailer: Velmo-Mail"};
     if (!message.to.empty()) lines.push_back("To: " + headerForm(message.to));
     if (!message.cc.empty()) lines.push_back("Cc: " + headerForm(message.cc));
-    if (message.inReplyTo) lines.push_back("In-Reply-To: " + inOneLine(*message.inReplyTo));
+    if (message.inReplyTo && message.inReplyTo->size() <= longestWord)
+        lines.push_back("In-Reply-To: " + inOneLine(*message.inReplyTo));
     if (!message.references.empty()) lines.push_back("References: " + joined(message.references));
     return lines;
 }
@@ -268,6 +351,24 @@ Bytes OutgoingMessage::built(BlindCopies blindCopies) const {
 
 // --- Typed addresses ---------------------------------------------------------------------------------------------
 
+namespace {
+
+/// A name as it was typed, out of its quotes (RFC 5322 §3.2.4).
+std::string typedName(std::string_view typed) {
+    const bool isQuoted = typed.size() > 1 && typed.starts_with('"') && typed.ends_with('"');
+    if (!isQuoted) return std::string(text::trimmed(typed, "\" \t"));
+    typed = typed.substr(1, typed.size() - 2);
+    std::string name;
+    for (std::size_t i = 0; i < typed.size(); ++i) {
+        const bool isEscape = typed[i] == '\\' && i + 1 < typed.size() && (typed[i + 1] == '"' || typed[i + 1] == '\\');
+        if (isEscape) ++i;
+        name += typed[i];
+    }
+    return std::string(text::trimmed(name, " \t"));
+}
+
+}
+
 std::optional<IMAPAddress> OutgoingMessage::parseAddress(std::string_view typed) {
     typed = text::trimmedUnicode(typed);
     // The last ones: a quoted name may hold some as well.
@@ -278,8 +379,8 @@ std::optional<IMAPAddress> OutgoingMessage::parseAddress(std::string_view typed)
         address.email = typed;
     } else {
         address.email = text::trimmedUnicode(typed.substr(open + 1, close - open - 1));
-        const auto name = text::trimmed(typed.substr(0, open), "\" \t");
-        if (!name.empty()) address.name = name;
+        auto name = typedName(text::trimmed(typed.substr(0, open), " \t"));
+        if (!name.empty()) address.name = std::move(name);
     }
     if (!domainOf(address.email)) return std::nullopt;
     return address;
@@ -299,6 +400,10 @@ std::vector<std::string_view> OutgoingMessage::splitAddressList(std::string_view
     std::size_t start = 0;
     for (std::size_t i = 0; i < typed.size(); ++i) {
         const char c = typed[i];
+        if (isQuoted && c == '\\' && i + 1 < typed.size()) {
+            ++i;
+            continue;
+        }
         if (c == '"') isQuoted = !isQuoted;
         if (!isQuoted && (c == '<' || c == '>')) isBracketed = c == '<';
         if ((c == ',' || c == ';') && !isQuoted && !isBracketed) {

@@ -121,11 +121,16 @@ bool needsUTF8(const SMTPEnvelope& envelope) {
     return holdsIt(envelope.sender) || std::ranges::any_of(envelope.recipients, holdsIt);
 }
 
+bool hasEightBits(BytesView message) {
+    return std::ranges::any_of(message, [](char c) { return static_cast<unsigned char>(c) >= 0x80; });
+}
+
 Async<void> sendEnvelope(SMTPSession& session, const Extensions& extensions, const SMTPEnvelope& envelope,
-                         std::size_t messageSize) {
+                         BytesView message) {
     std::string from = fmt::format("MAIL FROM:<{}>", envelope.sender);
-    if (offers(extensions, "SIZE")) from += fmt::format(" SIZE={}", messageSize);   // RFC 1870
-    if (offers(extensions, "SMTPUTF8") && needsUTF8(envelope)) from += " SMTPUTF8"; // RFC 6531
+    if (offers(extensions, "SIZE")) from += fmt::format(" SIZE={}", message.size());       // RFC 1870
+    if (offers(extensions, "8BITMIME") && hasEightBits(message)) from += " BODY=8BITMIME"; // RFC 6152
+    if (offers(extensions, "SMTPUTF8") && needsUTF8(envelope)) from += " SMTPUTF8";        // RFC 6531
     co_await command(session, std::move(from), done, "sender");
     for (const std::string& recipient : envelope.recipients)
         co_await command(session, fmt::format("RCPT TO:<{}>", recipient), done, recipient);
@@ -188,7 +193,7 @@ Async<void> sendBySMTP(Executor io, Clock& clock, ServerConfig server, MailCrede
         try {
             const Extensions extensions = co_await open(session, server.security);
             co_await signIn(session, extensions, credential);
-            co_await sendEnvelope(session, extensions, envelope, message->size());
+            co_await sendEnvelope(session, extensions, envelope, *message);
             co_await sendMessage(session, *message);
         } catch (const MailConnectionError& error) {
             throw SMTPError::connection(error);

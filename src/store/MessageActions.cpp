@@ -292,7 +292,7 @@ Taken MessageActions::label(const Records& records, const std::string& key, Labe
     const auto ids = idsOf(records);
     const std::vector<std::int64_t> wanted(ids.begin(), ids.end());
     auto& context = state_->environment.context;
-    const auto present = context.snapshot([&] { return idsOf(context.messages.find(wanted)); });
+    auto present = context.snapshot([&] { return idsOf(context.messages.find(wanted)); });
     state_->writes->run([wanted, key, change](ModelContext& writing) {
         for (const auto& record : writing.messages.find(wanted)) {
             MessageChange labels;

@@ -8,7 +8,9 @@
 #include "formats/ParsedMessage.h"
 #include "formats/TransferEncoder.h"
 #include "formats/TransferEncoding.h"
+#include "formats/WhiteSpace.h"
 #include "support/EnvironmentGuard.h"
+#include "support/Hostile.h"
 #include "support/TemporaryDirectory.h"
 
 #include <cstdlib>
@@ -171,6 +173,49 @@ TEST(OutgoingMessageTest, FoldsLongHeadersAtBlanks) {
     EXPECT_EQ(headerOf(message, "Subject"), message.subject);
 }
 
+TEST(OutgoingMessageTest, NoLineIsTooLongAndNoneOfBlanks) {
+    const std::string subjects[]{test::repeated("Zoë und 日本語 😀 ", 3'000), std::string(2'000, 'w'),
+                                 "a" + std::string(500, ' ') + "b c",         "a" + std::string(5'000, ' ') + "b",
+                                 test::repeated("word ", 2'000) + "end",      std::string(900, 'x') + " y"};
+    for (const auto& subject : subjects) {
+        auto message = messageOfAda();
+        message.subject = subject;
+        message.to = {{subject, "ben@example.org"}};
+        message.references = {"<" + std::string(3'000, 'r') + "@x>", "<fine@x>"};
+        message.attachments = {{UUID(), test::repeated("ü", 2'000) + ".pdf", "application/pdf", "x"}};
+        const std::string text = message.build();
+        const auto lines = text::replacedAll(text, "\r\n", "\n");
+        const auto head = lines.substr(0, lines.find("\n\n"));
+        for (const auto line : text::split(lines, '\n')) EXPECT_LE(line.size(), 998U) << line.substr(0, 40);
+        for (const auto line : text::split(head, '\n'))
+            EXPECT_NE(line.find_first_not_of(' '), std::string_view::npos) << subject.substr(0, 20);
+        EXPECT_TRUE(collapsedWhiteSpace(decodeHeaderWords(headerOf(message, "Subject"))) ==
+                    collapsedWhiteSpace(subject))
+            << subject.substr(0, 20);
+        EXPECT_EQ(parseMessageIDs(headerOf(message, "References")), std::vector<std::string>{"<fine@x>"});
+        const auto parsed = ParsedMessage::parse(text);
+        EXPECT_TRUE(parsed.attachments.at(0).filename.ends_with("ü.pdf"));
+        EXPECT_EQ(parseAddressList(*parsed.headers.value("To")).at(0).email, "ben@example.org");
+    }
+}
+
+TEST(OutgoingMessageTest, AMessageGoesAlongInItsOwnLines) {
+    const Bytes plain = "Subject: inner\nContent-Type: text/plain\n\n.line\nlast";
+    const Bytes eight = "Subject: inner\r\nContent-Type: text/plain; charset=utf-8\r\n\r\ngrün\r\n";
+    auto message = messageOfAda();
+    message.attachments = {{UUID(), "one.eml", "message/rfc822", plain}};
+    std::string text = message.build();
+    EXPECT_THAT(text, HasSubstr("Content-Transfer-Encoding: 7bit\r\n\r\nSubject: inner\r\n"));
+    EXPECT_THAT(text, HasSubstr("\r\n\r\n.line\r\nlast\r\n\r\n--"));
+    message.attachments.push_back({UUID(), "two.eml", "message/rfc822", eight});
+    text = message.build();
+    EXPECT_THAT(text.substr(0, text.find("\r\n\r\n")), HasSubstr("Content-Transfer-Encoding: 8bit"));
+    EXPECT_THAT(text, HasSubstr(eight));
+    // What has no such lines can't be a message inside another.
+    message.attachments = {{UUID(), "odd.eml", "message/rfc822", "Subject: x\n\n" + std::string(2'000, 'l')}};
+    EXPECT_THAT(message.build(), HasSubstr("Content-Type: application/octet-stream; name=\"odd.eml\""));
+}
+
 TEST(OutgoingMessageTest, NoFieldBeginsALineOfItsOwn) {
     const std::string evil = "x\r\nX-Evil: 1\r\n\r\n--\0"s;
     auto message = messageOfAda();
@@ -199,6 +244,11 @@ TEST(OutgoingMessageTest, ReadsAddressesAsTyped) {
         " ada@example.org ,;\"Lovelace, Ada; <a>\" <ada@example.org>; nobody, <bob@b.org>x, a@b, Eve <e v@e.org>");
     EXPECT_EQ(list, (std::vector<IMAPAddress>{
                         {{}, "ada@example.org"}, {"Lovelace, Ada; <a>", "ada@example.org"}, {{}, "bob@b.org"}}));
+    const std::string escaped = R"("Tom \"Tiger, T.\" Smith" <tom@example.org>, bob@b.org)";
+    const auto typed = OutgoingMessage::parseAddressList(escaped);
+    ASSERT_EQ(typed.size(), 2U);
+    EXPECT_EQ(typed[0].name, R"(Tom "Tiger, T." Smith)");
+    EXPECT_EQ(typed[0].formatted() + ", bob@b.org", escaped);
     EXPECT_EQ(OutgoingMessage::splitAddressList("a,,b;").size(), 4U);
     EXPECT_EQ(OutgoingMessage::parseAddress("Ada <ada@example.org"), std::nullopt);
 }
