@@ -58,8 +58,9 @@ bool UnsentFlagTable::isUnsent(std::int64_t message) {
 }
 
 std::int64_t UnsentFlagTable::unreadDifference(const MailboxKey& mailbox) {
-    auto row = connection_.query("SELECT ifnull(sum(u.serverValue - u.value), 0) FROM unsentFlags u CROSS JOIN messages "
-                                 "m ON m.id = u.message WHERE u.flag = 0 AND m.accountID = ? AND m.mailboxPath = ?");
+    auto row =
+        connection_.query("SELECT ifnull(sum(u.serverValue - u.value), 0) FROM unsentFlags u CROSS JOIN messages "
+                          "m ON m.id = u.message WHERE u.flag = 0 AND m.accountID = ? AND m.mailboxPath = ?");
     row.bind(mailbox.accountID, mailbox.path);
     std::int64_t difference = 0;
     if (row.step()) row.read(difference);

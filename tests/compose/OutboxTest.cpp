@@ -464,9 +464,9 @@ TEST_F(OutboxServers, DeliverWhatIsFiledAndClearTheDraft) {
 template <class Work>
 void elsewhere(WritingRig& rig, const MailAccount& account, Work work) {
     SystemClock clock;
-    const auto client = std::make_shared<IMAPClient>(
-        makeStrand(rig.store->runtime.executors().io), clock, account.incoming,
-        MailCredential::password(account.username, rig.passwordOf(account)));
+    const auto client =
+        std::make_shared<IMAPClient>(makeStrand(rig.store->runtime.executors().io), clock, account.incoming,
+                                     MailCredential::password(account.username, rig.passwordOf(account)));
     rig.store->run([&]() -> Async<void> {
         co_await client->connect();
         co_await work(*client);
@@ -492,9 +492,8 @@ TEST_F(OutboxServers, FindWhatWasMovedAndKeepACopyThatIsRefused) {
     answer.messageID = "<answer@example.test>";
     answer.inReplyTo = question.messageID;
     answer.answering = arrived.front().id;
-    elsewhere(rig, rig.alice(), [](IMAPClient& client) -> Async<void> {
-        co_await client.moveMessages("INBOX", "1:*", "Trash");
-    });
+    elsewhere(rig, rig.alice(),
+              [](IMAPClient& client) -> Async<void> { co_await client.moveMessages("INBOX", "1:*", "Trash"); });
     // Something that is no mailbox stands in its place.
     const auto sent = rig.maildirOfAlice() / ".Sent";
     std::filesystem::remove_all(sent);
