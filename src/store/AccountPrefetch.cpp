@@ -13,8 +13,8 @@ namespace velmo {
 namespace {
 
 constexpr std::size_t batchSize = 200;
-/// How often a connection may break while a message is fetched.
-constexpr int mostBreaks = 2;
+/// How often a connection may break while one message is fetched.
+constexpr int mostBreaks = 3;
 constexpr std::size_t rowsOfWalk = 500;
 /// Texts that are indexed in one commit; a search waits for its end.
 constexpr std::size_t indexedAtOnce = 16;

@@ -224,7 +224,8 @@ void BodyFetch::refused(Slice slice, const IMAPError& error, Batch& batch) {
 }
 
 void BodyFetch::suspect(const Slice& slice) {
-    for (const BodyRow& row : slice.rows) ++suspects_[row.id];
+    const int breaks = slice.rows.size() == 1 ? 1 : 0;
+    for (const BodyRow& row : slice.rows) suspects_[row.id] += breaks;
 }
 
 Async<void> BodyFetch::fetchSlice(std::size_t connection, Slice& slice, Batch& batch) {

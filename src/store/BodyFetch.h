@@ -25,7 +25,8 @@ class BodyFetch {
     static constexpr std::size_t connections = 4;
 
     /// All of them outlive this.
-    /// How often the connection broke while a message was fetched, by its id; those that did not come for that reason.
+    /// Messages that did not come because the connection broke, by their id: how often it did while they alone were
+    /// fetched.
     using Suspects = std::map<std::int64_t, int>;
 
     /// All outlive this.

@@ -91,13 +91,14 @@ std::vector<Failing> failingMoves() {
         {"cut at STORE", stored + "RESET\n" + unmarked(6), "connection", both},
         {"cut at EXPUNGE", expunged + "CLOSE\n" + unmarked(7), "connection", both},
         {"cut at EXPUNGE, and the server stays away", expunged + "CLOSE\n---\nCLOSE\n", "connection", both},
-        {"cut at MOVE", session("MOVE") + selected(3) + "C: b4 UID MOVE 1:2 \"Archive\"\nCLOSE\n", "connection", both},
+        {"cut at MOVE", session("MOVE UIDPLUS") + selected(3) + "C: b4 UID MOVE 1:2 \"Archive\"\nCLOSE\n", "connection",
+         both},
         {"refused SELECT", session("") + "C: b3 SELECT \"INBOX\"\nS: b3 NO gone\n", "gone", {}},
         {"cut at SELECT, twice",
          session("") + "C: b3 SELECT \"INBOX\"\nCLOSE\n---\n" + session("", 4) + "C: b6 SELECT \"INBOX\"\nCLOSE\n",
          "connection",
          {}},
-        {"numbered anew", session("MOVE") + selected(3, 8), "has changed on the server", {}},
+        {"numbered anew", session("MOVE UIDPLUS") + selected(3, 8), "has changed on the server", {}},
     };
 }
 
@@ -126,9 +127,9 @@ TEST(MessageActionFailures, ShowTheMessagesAgainAndLeaveNoMarks) {
 }
 
 TEST(MessageActionFailures, ADeadSessionIsReplacedBeforeAnythingIsSent) {
-    Scripted account(session("MOVE") + selected(3) +
+    Scripted account(session("MOVE UIDPLUS") + selected(3) +
                      "C: b4 UID STORE 1 +FLAGS.SILENT (\\Flagged)\nS: b4 OK\nC: b5 SELECT \"INBOX\"\nCLOSE\n---\n" +
-                     session("MOVE", 6) + selected(8) + "C: b9 UID MOVE 1:2 \"Archive\"\nS: b9 OK\n");
+                     session("MOVE UIDPLUS", 6) + selected(8) + "C: b9 UID MOVE 1:2 \"Archive\"\nS: b9 OK\n");
     account.actions().setFlagged({account.records[0]}, MessageActions::FlagState::flagged);
     account.rig.finish();
     account.actions().archive(account.records);
